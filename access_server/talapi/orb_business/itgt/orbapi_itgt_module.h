@@ -1,0 +1,45 @@
+// The stage functions exported by liborbapiITGT.so, under their plain names. An access server
+// finds them with dlsym by these names; each has the signature of its stage kind in
+// talapi_types.h (PreProc, Parse, Run, Format).
+#ifndef ORBAPI_ITGT_MODULE_H
+#define ORBAPI_ITGT_MODULE_H
+
+#include "talapi_types.h"
+
+#define ORBAPI_ITGT_EXPORT __attribute__((visibility("default")))
+
+extern "C" {
+
+// System back language: GET, PUT
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunGetITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
+                                                            tagHTTP_CLIENT_S *pstClient,
+                                                            tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatGetITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
+                                                               VW_RESULT_TYPE enResult,
+                                                               tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                               tagHTTP_BUF_S *pstBuf);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE PreProcPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
+                                                                tagUNIX_SOCKET_S *pstUnixSocket,
+                                                                tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE ParsePutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
+                                                              tagHTTP_BUF_S *pstBuf,
+                                                              tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
+                                                            tagHTTP_CLIENT_S *pstClient,
+                                                            tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
+                                                               VW_RESULT_TYPE enResult,
+                                                               tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                               tagHTTP_BUF_S *pstBuf);
+
+// Intelligent capability: GET
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunGetITGTCapability(tagHTTP_HEADER_S *pstHeader,
+                                                       tagHTTP_CLIENT_S *pstClient,
+                                                       tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatGetITGTCapability(tagHTTP_HEADER_S *pstHeader,
+                                                          VW_RESULT_TYPE enResult,
+                                                          tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                          tagHTTP_BUF_S *pstBuf);
+}
+
+#endif
