@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "alloc_fault.h"
 #include "mapping_records.h"
 
 namespace {
@@ -407,6 +408,80 @@ TEST_F(MappingTest, DecodesTimeFormatsFromStringsAndNumbers) {
     };
     for (const DecodeRow &row : rows) {
         ExpectDecodes(row);
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// A text member whose escaped form is longer than a bounded copy may take.
+struct TEST_BIG_TEXT_S {
+    char szText[6000];
+};
+
+}  // namespace
+
+template <>
+struct jsonSchema<TEST_BIG_TEXT_S> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&TEST_BIG_TEXT_S::szText, "t"));
+    }
+};
+
+namespace {
+
+TEST_F(MappingTest, ATextTooLongToCopyFailsTheEncoding) {
+    TEST_BIG_TEXT_S record;
+    memset(record.szText, 'a', sizeof(record.szText) - 1);
+    record.szText[sizeof(record.szText) - 1] = '\0';
+    EXPECT_NE(EncodeToString(record), "<null>");
+    memset(record.szText, '\x01', sizeof(record.szText) - 1);  // each one printed as \u0001
+    EXPECT_EQ(EncodeToString(record), "<null>");
+}
+
+// Runs the call with its 1st, 2nd, ... allocation failing until the call no longer reaches the
+// failure, checking each result outside the failing scope; returns the runs that failed one.
+template <typename Call, typename Check>
+int FailEachAllocation(Call call, Check check) {
+    for (int iNth = 1;; ++iNth) {
+        bool bTriggered = false;
+        auto result = [&] {
+            ScopedAllocationFailure failure(iNth);
+            auto value = call();
+            bTriggered = failure.Triggered();
+            return value;
+        }();
+        check(iNth, result);
+        if (!bTriggered) {
+            return iNth - 1;
+        }
+    }
+}
+
+TEST_F(MappingTest, RunningOutOfMemoryEndsInNullOrMinusOneAndLeaksNothing) {
+    TEST_ALL_S record = Baseline();
+    record.uiItemNum = 2;
+    const std::string expected = EncodeToString(record);
+
+    int iEncodeRuns = FailEachAllocation([&] { return json_encode(record); },
+                                         [](int iNth, char *pcText) {
+                                             // A member that could not be made is null; the
+                                             // rest is still a JSON object.
+                                             if (pcText != nullptr) {
+                                                 JsonTree tree = Parse(pcText);
+                                                 EXPECT_TRUE(tree) << iNth;
+                                             }
+                                             free(pcText);
+                                         });
+    EXPECT_GT(iEncodeRuns, 10);
+
+    JsonTree time(cJSON_CreateString("07:05"), &cJSON_Delete);
+    {
+        ScopedAllocationFailure failure(1);
+        EXPECT_EQ(json_decode_hour_minute(time.get()), -1);
+        EXPECT_EQ(json_decode_date_time(time.get()), -1);
+        EXPECT_TRUE(failure.Triggered());
     }
 }
 
