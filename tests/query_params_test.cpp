@@ -13,100 +13,79 @@ tagHTTP_HEADER_S Header(const char *pcQuery) {
     return stHeader;
 }
 
-constexpr VW_RESULT_TYPE OK = VW_RESULT_OK;
-constexpr VW_RESULT_TYPE ERR = VW_RESULT_PARAM_ERR;
-constexpr unsigned long long KEPT = 0xA5A5A5A5A5A5A5A5ULL;  // the destination's value before
+VW_RESULT_TYPE Result(bool bRead) {
+    return bRead ? VW_RESULT_OK : VW_RESULT_PARAM_ERR;
+}
 
-// Each query is read as key "Id" into both number types.
+// Reads key "Id" into both number types. kNone stands for a failed read, which must leave the
+// destination at its value before, kNone too.
+constexpr unsigned long long kNone = 0xA5A5A5A5A5A5A5A5ULL;
+void ExpectNumbers(const char *pcQuery, unsigned long long ullWant, unsigned long long uiWant) {
+    tagHTTP_HEADER_S stHeader = Header(pcQuery);
+    unsigned long long ull = kNone;
+    unsigned int ui = static_cast<unsigned int>(kNone);
+    EXPECT_EQ(GetURIQueryParamByKey<unsigned long long>(&stHeader, "Id", &ull),
+              Result(ullWant != kNone))
+        << pcQuery;
+    EXPECT_EQ(GetURIQueryParamByKey<unsigned int>(&stHeader, "Id", &ui), Result(uiWant != kNone))
+        << pcQuery;
+    EXPECT_EQ(ull, ullWant) << pcQuery;
+    EXPECT_EQ(ui, static_cast<unsigned int>(uiWant)) << pcQuery;
+}
+
 TEST(QueryParams, Numbers) {
-    struct Row {
-        const char *query;
-        VW_RESULT_TYPE ullResult;
-        unsigned long long ullValue;
-        VW_RESULT_TYPE uiResult;
-        unsigned long long uiValue;
-    } rows[] = {
-        {"Id=1", OK, 1, OK, 1},
-        {"a=b&Id=007&c", OK, 7, OK, 7},
-        {"Id=4294967295", OK, 4294967295ULL, OK, 4294967295U},
-        {"Id=4294967296", OK, 4294967296ULL, ERR, KEPT},
-        {"Id=18446744073709551615", OK, 18446744073709551615ULL, ERR, KEPT},
-        {"Id=18446744073709551616", ERR, KEPT, ERR, KEPT},
-        {"%49d=%32%33", OK, 23, OK, 23},
-        {"Id=1&Id=2", OK, 1, OK, 1},
-        {"Id=x&Id=2", ERR, KEPT, ERR, KEPT},
-        {"Id=%G1&Id=2", ERR, KEPT, ERR, KEPT},
-        {"I%G1=5&Id=2", OK, 2, OK, 2},
-        {"IdX=1&XId=1&id=1&I=1", ERR, KEPT, ERR, KEPT},
-        {"", ERR, KEPT, ERR, KEPT},
-        {"Id=", ERR, KEPT, ERR, KEPT},
-        {"Id", ERR, KEPT, ERR, KEPT},
-        {"Id=-1", ERR, KEPT, ERR, KEPT},
-        {"Id=+1", ERR, KEPT, ERR, KEPT},
-        {"Id=1+", ERR, KEPT, ERR, KEPT},
-        {"Id=%201", ERR, KEPT, ERR, KEPT},
-        {"Id=0x1", ERR, KEPT, ERR, KEPT},
-        {"Id=1%4", ERR, KEPT, ERR, KEPT},
-        {"Id=1%00", ERR, KEPT, ERR, KEPT},
-    };
-    for (const Row &row : rows) {
-        tagHTTP_HEADER_S stHeader = Header(row.query);
-        unsigned long long ullValue = KEPT;
-        unsigned int uiValue = static_cast<unsigned int>(KEPT);
-        EXPECT_EQ(GetURIQueryParamByKey<unsigned long long>(&stHeader, "Id", &ullValue),
-                  row.ullResult)
-            << row.query;
-        EXPECT_EQ(ullValue, row.ullValue) << row.query;
-        EXPECT_EQ(GetURIQueryParamByKey<unsigned int>(&stHeader, "Id", &uiValue), row.uiResult)
-            << row.query;
-        EXPECT_EQ(uiValue, static_cast<unsigned int>(row.uiValue)) << row.query;
+    ExpectNumbers("a=b&Id=007&c", 7, 7);
+    ExpectNumbers("Id=4294967295", 4294967295ULL, 4294967295ULL);
+    ExpectNumbers("Id=4294967296", 4294967296ULL, kNone);
+    ExpectNumbers("Id=18446744073709551615", 18446744073709551615ULL, kNone);
+    ExpectNumbers("%49d=%32%33", 23, 23);
+    ExpectNumbers("Id=1&Id=2", 1, 1);
+    ExpectNumbers("I%G1=5&Id=2", 2, 2);  // a key that does not decode is skipped
+    for (const char *pcQuery :
+         {"Id=18446744073709551616", "Id=x&Id=2", "Id=%G1&Id=2", "IdX=1&XId=1&id=1&I=1", "",
+          "Id=", "Id", "Id=-1", "Id=+1", "Id=1+", "Id=%201", "Id=0x1", "Id=1%4", "Id=1%00"}) {
+        ExpectNumbers(pcQuery, kNone, kNone);
     }
 }
 
+// Reads key "Type" into a 40-byte buffer of the given capacity; a null pcWant stands for a failed
+// read. Bytes not written must keep their value before.
+void ExpectText(const char *pcQuery, int iCapacity, const char *pcWant) {
+    tagHTTP_HEADER_S stHeader = Header(pcQuery);
+    char acText[40];
+    memset(acText, 'Z', sizeof(acText));
+    std::string expected = pcWant == nullptr ? "" : std::string(pcWant, strlen(pcWant) + 1);
+    expected.resize(sizeof(acText), 'Z');
+    EXPECT_EQ(GetURIQueryParamByKey<char>(&stHeader, "Type", acText, iCapacity),
+              Result(pcWant != nullptr))
+        << pcQuery;
+    EXPECT_EQ(std::string(acText, sizeof(acText)), expected) << pcQuery;
+}
+
 TEST(QueryParams, Text) {
-    struct Row {
-        const char *query;
-        int capacity;
-        VW_RESULT_TYPE result;
-        const char *text;  // null: every byte of the buffer is kept
-    } rows[] = {
-        {"BusinessType=Vlpr", 40, OK, "Vlpr"},
-        {"BusinessType=Traffic+Dome%2fx%2F", 40, OK, "Traffic Dome/x/"},
-        {"Business%54ype=%E4%B8%AD", 40, OK, "\xe4\xb8\xad"},
-        {"BusinessType=&BusinessType=Vlpr", 40, OK, ""},
-        {"BusinessType", 40, OK, ""},
-        {"BusinessType=abc", 4, OK, "abc"},
-        {"BusinessType=abcd", 4, ERR, nullptr},
-        {"BusinessType=", 1, OK, ""},
-        {"BusinessType=a", 0, ERR, nullptr},
-        {"BusinessType=a", -1, ERR, nullptr},
-        {"businesstype=a", 40, ERR, nullptr},
-        {"BusinessType=a%", 40, ERR, nullptr},
-        {"BusinessType=%00", 40, ERR, nullptr},
-    };
-    for (const Row &row : rows) {
-        tagHTTP_HEADER_S stHeader = Header(row.query);
-        char acText[40];
-        memset(acText, 'Z', sizeof(acText));
-        std::string expected(sizeof(acText), 'Z');
-        if (row.text != nullptr) {
-            expected.replace(0, strlen(row.text) + 1, row.text, strlen(row.text) + 1);
-        }
-        EXPECT_EQ(GetURIQueryParamByKey<char>(&stHeader, "BusinessType", acText, row.capacity),
-                  row.result)
-            << row.query;
-        EXPECT_EQ(std::string(acText, sizeof(acText)), expected) << row.query;
+    ExpectText("Type=Vlpr", 40, "Vlpr");
+    ExpectText("Type=Traffic+Dome%2fx%2F", 40, "Traffic Dome/x/");
+    ExpectText("%54ype=%E4%B8%AD", 40, "\xe4\xb8\xad");
+    ExpectText("Type=&Type=Vlpr", 40, "");
+    ExpectText("Type", 40, "");
+    ExpectText("Type=abc", 4, "abc");
+    ExpectText("Type=abcd", 4, nullptr);
+    ExpectText("Type=", 1, "");
+    ExpectText("Type=a", 0, nullptr);
+    ExpectText("Type=a", -1, nullptr);
+    for (const char *pcQuery : {"type=a", "Type=a%", "Type=%00", "Type=%G1", "Type=%1G"}) {
+        ExpectText(pcQuery, 40, nullptr);
     }
 }
 
 TEST(QueryParams, NullArgumentsFail) {
     tagHTTP_HEADER_S stHeader = Header("k=1");
-    unsigned long long ullValue = 0;
-    unsigned int uiValue = 0;
+    unsigned long long ull = 0;
+    unsigned int ui = 0;
     char acText[4] = "";
-    EXPECT_EQ(GetURIQueryParamByKey<unsigned long long>(nullptr, "k", &ullValue), VW_RESULT_FAIL);
+    EXPECT_EQ(GetURIQueryParamByKey<unsigned long long>(nullptr, "k", &ull), VW_RESULT_FAIL);
     EXPECT_EQ(GetURIQueryParamByKey<unsigned long long>(&stHeader, "k", nullptr), VW_RESULT_FAIL);
-    EXPECT_EQ(GetURIQueryParamByKey<unsigned int>(nullptr, "k", &uiValue), VW_RESULT_FAIL);
+    EXPECT_EQ(GetURIQueryParamByKey<unsigned int>(nullptr, "k", &ui), VW_RESULT_FAIL);
     EXPECT_EQ(GetURIQueryParamByKey<unsigned int>(&stHeader, "k", nullptr), VW_RESULT_FAIL);
     EXPECT_EQ(GetURIQueryParamByKey<char>(nullptr, "k", acText, 4), VW_RESULT_FAIL);
     EXPECT_EQ(GetURIQueryParamByKey<char>(&stHeader, "k", nullptr, 4), VW_RESULT_FAIL);

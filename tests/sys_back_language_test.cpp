@@ -1,7 +1,6 @@
 // System back language through the module's exported stages, against a fake daemon.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstring>
 #include <vector>
 
@@ -14,41 +13,39 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-
 constexpr const char *kUrl = "/api/v1/itgt/sys-back-language";
+constexpr const char *kModule = "orbapi_itgt_module";
 
-// The 16-byte wire record: channel, language, 4 bytes of padding.
-Bytes LanguageRecord(unsigned long long ullChannel, unsigned int uiLanguage,
-                     std::array<unsigned char, 4> pad = {0xDE, 0xAD, 0xBE, 0xEF}) {
-    Bytes record(16);
+// The 16-byte wire record: channel, language, then 4 padding bytes that must travel unchanged.
+Bytes LanguageRecord(unsigned long long ullChannel, unsigned int uiLanguage) {
+    Bytes record = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xDE, 0xAD, 0xBE, 0xEF};
     memcpy(&record[0], &ullChannel, 8);
     memcpy(&record[8], &uiLanguage, 4);
-    memcpy(&record[12], pad.data(), 4);
     return record;
 }
 
-Bytes ReadBodyFor(unsigned long long ullChannel) {
-    Bytes body(VW_CMD_BODY_SIZE, 0);
-    memcpy(&body[0], &ullChannel, 8);
-    return body;
-}
-
-Bytes RecordBytes(const void *pvRecord) {
-    const auto *pBytes = static_cast<const unsigned char *>(pvRecord);
-    return Bytes(pBytes, pBytes + 16);
+std::vector<LanguageLogEntry> Event(const char *pcMethod, bool bOk, unsigned long long ullChannel,
+                                    int iLanguage) {
+    bool bGet = strcmp(pcMethod, "Get") == 0;
+    return EventTwice(
+        Printf("admin[192.168.1.20:50123] %s Sys BackLanguange Params %s. ulChannelId[%llu], "
+               "enSysBackLanguage[%d]",
+               pcMethod, bOk ? "Successfully" : "fail", ullChannel, iLanguage),
+        Printf("admin[192.168.1.20:50123] %s系统语言%s. 通道号[%llu], 语言类型[%d]",
+               bGet ? "获取" : "设置", bOk ? "成功" : "失败", ullChannel, iLanguage));
 }
 
 class SysBackLanguageTest : public ::testing::Test {
   protected:
-    // The daemon answers a read (a whole command body) with `stored`, a write with writeResult.
-    void Serve(Bytes stored, int iWriteResult = 0) {
-        daemon.SetHandler([stored, iWriteResult](const FakeRequest &request) {
+    // Reads (a whole command body) get `stored`; writes get iWriteResult.
+    void Serve(Bytes stored, int iWriteResult = 0, int iReadResult = 0,
+               FakeBehaviour behaviour = FakeBehaviour::kNormal) {
+        daemon.SetHandler([=](const FakeRequest &request) {
             FakeReply reply;
-            if (request.uiBodyLen == VW_CMD_BODY_SIZE) {
-                reply.payload = stored;
-            } else {
-                reply.iResult = iWriteResult;
-            }
+            bool bRead = request.uiBodyLen == VW_CMD_BODY_SIZE;
+            reply.payload = bRead ? stored : Bytes();
+            reply.iResult = bRead ? iReadResult : iWriteResult;
+            reply.enBehaviour = behaviour;
             return reply;
         });
     }
@@ -62,48 +59,39 @@ class SysBackLanguageTest : public ::testing::Test {
     LogCapture logs;
 };
 
-TEST_F(SysBackLanguageTest, GetAnswersTheRecordAndLogsTheSuccessPairTwice) {
+TEST_F(SysBackLanguageTest, GetAnswersTheRecordAndLogsThePairOfTheResult) {
+    Bytes readBody(VW_CMD_BODY_SIZE, 0);
+    readBody[0] = 1;
     StageRequest request("GET", kUrl, "ChannelId=1");
     ASSERT_EQ(RunGetITGTSysBackLanguage(&request.stHeader, &request.stClient, &request.stCtInt), 0);
     ASSERT_EQ(daemon.RequestCount(), 1u);
-    FakeRequest sent = daemon.Requests()[0];
-    EXPECT_EQ(sent.uiCmd, 54u);
-    EXPECT_EQ(sent.ullValue, 0u);
-    EXPECT_EQ(sent.body, ReadBodyFor(1));
-
+    EXPECT_EQ(daemon.Requests()[0].uiCmd, 54u);
+    EXPECT_EQ(daemon.Requests()[0].ullValue, 0u);
+    EXPECT_EQ(daemon.Requests()[0].body, readBody);
     EXPECT_EQ(FormatGetITGTSysBackLanguage(&request.stHeader, VW_RESULT_OK, &request.stCtInt,
                                            &request.response.stBuf),
               0);
     EXPECT_EQ(request.response.text, "{\n  \"channelId\": 1,\n  \"mode\": 3\n}");
-    EXPECT_EQ(logs.LanguageEntries(),
-              EventTwice("admin[192.168.1.20:50123] Get Sys BackLanguange Params Successfully. "
-                         "ulChannelId[1], enSysBackLanguage[3]",
-                         "admin[192.168.1.20:50123] 获取系统语言成功. 通道号[1], 语言类型[3]"));
+    EXPECT_EQ(logs.LanguageEntries(), Event("Get", true, 1, 3));
     EXPECT_EQ(BusinessLines(logs),
               (std::vector<LogLine>{
-                  {0, "orbapi_itgt_module", "[TALAPI]:Enter RunGetITGTSysBackLanguag"},
-                  {0, "orbapi_itgt_module", "[TALAPI]:Enter RunGetITGTSysBackLanguag--GetCommon"},
-                  {0, "orbapi_itgt_module", "[TALAPI]:Enter FormatGetITGTSysBackLanguage"},
-                  {0, "orbapi_itgt_module",
-                   "[TALAPI]:Enter FormatGetITGTSysBackLanguage--FormatCommonResponse"},
+                  {0, kModule, "[TALAPI]:Enter RunGetITGTSysBackLanguag"},
+                  {0, kModule, "[TALAPI]:Enter RunGetITGTSysBackLanguag--GetCommon"},
+                  {0, kModule, "[TALAPI]:Enter FormatGetITGTSysBackLanguage"},
+                  {0, kModule, "[TALAPI]:Enter FormatGetITGTSysBackLanguage--FormatCommonResponse"},
               }));
-}
 
-TEST_F(SysBackLanguageTest, GetWithAFailingResultStillAnswersTheRecordWithTheFailurePair) {
-    StageRequest request("GET", kUrl, "ChannelId=18446744073709551615");
+    // A failing result still answers the record, with the failure pair.
+    logs.Clear();
     Serve(LanguageRecord(18446744073709551615ULL, 4294967295u));
-    ASSERT_EQ(RunGetITGTSysBackLanguage(&request.stHeader, &request.stClient, &request.stCtInt), 0);
-    EXPECT_EQ(FormatGetITGTSysBackLanguage(&request.stHeader, VW_RESULT_FAIL, &request.stCtInt,
-                                           &request.response.stBuf),
+    StageRequest extreme("GET", kUrl, "ChannelId=18446744073709551615");
+    ASSERT_EQ(RunGetITGTSysBackLanguage(&extreme.stHeader, &extreme.stClient, &extreme.stCtInt), 0);
+    EXPECT_EQ(FormatGetITGTSysBackLanguage(&extreme.stHeader, VW_RESULT_FAIL, &extreme.stCtInt,
+                                           &extreme.response.stBuf),
               0);
-    EXPECT_EQ(request.response.text,
+    EXPECT_EQ(extreme.response.text,
               "{\n  \"channelId\": 18446744073709551615,\n  \"mode\": -1\n}");
-    EXPECT_EQ(
-        logs.LanguageEntries(),
-        EventTwice("admin[192.168.1.20:50123] Get Sys BackLanguange Params fail. "
-                   "ulChannelId[18446744073709551615], enSysBackLanguage[-1]",
-                   "admin[192.168.1.20:50123] 获取系统语言失败. 通道号[18446744073709551615], "
-                   "语言类型[-1]"));
+    EXPECT_EQ(logs.LanguageEntries(), Event("Get", false, 18446744073709551615ULL, -1));
 }
 
 TEST_F(SysBackLanguageTest, ReadingStagesRefuseAnUnreadableChannelAndPassBackendResults) {
@@ -111,30 +99,23 @@ TEST_F(SysBackLanguageTest, ReadingStagesRefuseAnUnreadableChannelAndPassBackend
         const char *query;
         FakeBehaviour behaviour;
         int iDaemonResult;
-        int iExpected;
-        std::size_t uRequests;
-        bool bQueryFailure;
+        int iExpected;  // 4 with no request for a query failure
     };
     const Row rows[] = {
-        {"", FakeBehaviour::kNormal, 0, 4, 0, true},
-        {"channelid=1", FakeBehaviour::kNormal, 0, 4, 0, true},
-        {"ChannelId=", FakeBehaviour::kNormal, 0, 4, 0, true},
-        {"ChannelId=-1", FakeBehaviour::kNormal, 0, 4, 0, true},
-        {"ChannelId=18446744073709551616", FakeBehaviour::kNormal, 0, 4, 0, true},
-        {"ChannelId=2", FakeBehaviour::kNormal, 7, 7, 1, false},
-        {"ChannelId=2", FakeBehaviour::kCloseWithoutReply, 0, 1, 1, false},
+        {"", FakeBehaviour::kNormal, 0, 4},
+        {"channelid=1", FakeBehaviour::kNormal, 0, 4},
+        {"ChannelId=", FakeBehaviour::kNormal, 0, 4},
+        {"ChannelId=-1", FakeBehaviour::kNormal, 0, 4},
+        {"ChannelId=18446744073709551616", FakeBehaviour::kNormal, 0, 4},
+        {"ChannelId=2", FakeBehaviour::kNormal, 7, 7},
+        {"ChannelId=2", FakeBehaviour::kCloseWithoutReply, 0, 1},
     };
     for (const Row &row : rows) {
         for (bool bPreProc : {false, true}) {
-            daemon.SetHandler([&row](const FakeRequest &) {
-                FakeReply reply;
-                reply.iResult = row.iDaemonResult;
-                reply.enBehaviour = row.behaviour;
-                return reply;
-            });
+            Serve(LanguageRecord(2, 1), 0, row.iDaemonResult, row.behaviour);
             std::size_t uBefore = daemon.RequestCount();
             logs.Clear();
-            StageRequest request(bPreProc ? "PUT" : "GET", kUrl, row.query);
+            StageRequest request("GET", kUrl, row.query);
             const char *pcStage =
                 bPreProc ? "PreProcPutITGTSysBackLanguage" : "RunGetITGTSysBackLanguage";
             VW_RESULT_TYPE enResult =
@@ -142,72 +123,34 @@ TEST_F(SysBackLanguageTest, ReadingStagesRefuseAnUnreadableChannelAndPassBackend
                                                          &request.stCtInt)
                          : RunGetITGTSysBackLanguage(&request.stHeader, &request.stClient,
                                                      &request.stCtInt);
+            bool bQueryFailure = row.iExpected == 4;
             EXPECT_EQ(enResult, row.iExpected) << row.query << " " << pcStage;
-            EXPECT_EQ(daemon.RequestCount() - uBefore, row.uRequests) << row.query;
+            EXPECT_EQ(daemon.RequestCount() - uBefore, bQueryFailure ? 0u : 1u) << row.query;
             EXPECT_EQ(request.stCtInt.pRunOut, nullptr);
             EXPECT_EQ(request.stCtInt.pPreProcOut, nullptr);
-            std::vector<LogLine> lines = BusinessLines(logs);
-            LogLine queryFailure{3, "orbapi_itgt_module",
-                                 Printf("[TALAPI]:%s, Query param get failed", pcStage)};
-            EXPECT_EQ(!lines.empty() && lines.back() == queryFailure, row.bQueryFailure)
-                << row.query << " " << pcStage;
+            LogLine failure{3, kModule, Printf("[TALAPI]:%s, Query param get failed", pcStage)};
+            EXPECT_EQ(BusinessLines(logs).back() == failure, bQueryFailure) << row.query;
         }
     }
-}
-
-TEST_F(SysBackLanguageTest, FormatStagesWithoutTheirRecordFailWithoutEventOrBody) {
-    StageRequest request("GET", kUrl, "ChannelId=1");
-    EXPECT_EQ(FormatGetITGTSysBackLanguage(&request.stHeader, VW_RESULT_PARAM_ERR, &request.stCtInt,
-                                           &request.response.stBuf),
-              -1);
-    EXPECT_EQ(FormatPutITGTSysBackLanguage(&request.stHeader, VW_RESULT_OK, &request.stCtInt,
-                                           &request.response.stBuf),
-              -1);
-    EXPECT_EQ(FormatGetITGTSysBackLanguage(&request.stHeader, VW_RESULT_OK, nullptr,
-                                           &request.response.stBuf),
-              -1);
-    EXPECT_EQ(request.response.iCalls, 0);
-    EXPECT_TRUE(logs.LanguageEntries().empty());
-    void *pvHeader = &request.stHeader, *pvCtInt = &request.stCtInt;
-    void *pvBuf = &request.response.stBuf;
-    EXPECT_EQ(BusinessLines(logs),
-              (std::vector<LogLine>{
-                  {0, "orbapi_itgt_module", "[TALAPI]:Enter FormatGetITGTSysBackLanguage"},
-                  {3, "orbapi_itgt_module",
-                   Printf("[TALAPI]:FormatGetITGTSysBackLanguage: invalid param, header[%p] "
-                          "ctInt[%p] buf[%p] pRunOut[%p]",
-                          pvHeader, pvCtInt, pvBuf, nullptr)},
-                  {0, "orbapi_itgt_module", "[TALAPI]:Enter FormatPutITGTSysBackLanguage"},
-                  {3, "orbapi_itgt_module",
-                   Printf("[TALAPI]:FormatPutITGTSysBackLanguage: invalid param, header[%p] "
-                          "ctInt[%p] buf[%p] ctInt->pParseOut[%p]",
-                          pvHeader, pvCtInt, pvBuf, nullptr)},
-                  {0, "orbapi_itgt_module", "[TALAPI]:Enter FormatGetITGTSysBackLanguage"},
-                  {3, "orbapi_itgt_module",
-                   Printf("[TALAPI]:FormatGetITGTSysBackLanguage: invalid param, header[%p] "
-                          "ctInt[%p] buf[%p] pRunOut[%p]",
-                          pvHeader, nullptr, pvBuf, nullptr)},
-              }));
 }
 
 TEST_F(SysBackLanguageTest, PutReadsMergesAndWritesTheWholeRecord) {
     struct Row {
         const char *body;
-        Bytes written;
+        unsigned long long ullChannel;
+        unsigned int uiLanguage;
     };
     const Row rows[] = {
-        {"{}", LanguageRecord(1, 3)},
-        {"{\"mode\": 2}", LanguageRecord(1, 2)},
-        {"{\"channelId\": 9}", LanguageRecord(9, 3)},
-        {"{\"channelId\": 9, \"mode\": 5}", LanguageRecord(9, 5)},
-        {"{\"mode\": 2.7}", LanguageRecord(1, 2)},
-        {"{\"mode\": -1.5}", LanguageRecord(1, 0)},
-        {"{\"mode\": true}", LanguageRecord(1, 1)},
-        {"{\"mode\": null}", LanguageRecord(1, 3)},
-        {"[1, 2]", LanguageRecord(1, 3)},
+        {"{}", 1, 3},
+        {"{\"mode\": 2}", 1, 2},
+        {"{\"channelId\": 9}", 9, 3},
+        {"{\"mode\": 2.7}", 1, 2},
+        {"{\"mode\": -1.5}", 1, 0},
+        {"{\"mode\": true}", 1, 1},
+        {"{\"mode\": null}", 1, 3},
+        {"[1, 2]", 1, 3},
     };
     for (const Row &row : rows) {
-        std::size_t uBefore = daemon.RequestCount();
         logs.Clear();
         StageRequest request("PUT", kUrl, "ChannelId=1");
         ASSERT_EQ(
@@ -218,51 +161,35 @@ TEST_F(SysBackLanguageTest, PutReadsMergesAndWritesTheWholeRecord) {
                                               &request.stCtInt),
                   0)
             << row.body;
-        EXPECT_EQ(request.stCtInt.pParseOut, pvRead) << "the record moves, it is not copied";
+        EXPECT_EQ(request.stCtInt.pParseOut, pvRead) << "moved, not copied";
         EXPECT_EQ(request.stCtInt.pPreProcOut, nullptr);
         ASSERT_EQ(RunPutITGTSysBackLanguage(&request.stHeader, &request.stClient, &request.stCtInt),
                   0);
-        ASSERT_EQ(daemon.RequestCount() - uBefore, 2u);
         FakeRequest write = daemon.Requests().back();
         EXPECT_EQ(write.uiCmd, 54u);
         EXPECT_EQ(write.ullValue, 0u);
-        EXPECT_EQ(write.body, row.written) << row.body;
-
+        EXPECT_EQ(write.body, LanguageRecord(row.ullChannel, row.uiLanguage)) << row.body;
         EXPECT_EQ(FormatPutITGTSysBackLanguage(&request.stHeader, VW_RESULT_OK, &request.stCtInt,
                                                &request.response.stBuf),
                   0);
         EXPECT_NE(request.response.text.find("\"StatusCode\": 0"), std::string::npos);
-        unsigned long long ullChannel;
-        unsigned int uiLanguage;
-        memcpy(&ullChannel, &row.written[0], 8);
-        memcpy(&uiLanguage, &row.written[8], 4);
         EXPECT_EQ(logs.LanguageEntries(),
-                  EventTwice(Printf("admin[192.168.1.20:50123] Put Sys BackLanguange Params "
-                                    "Successfully. ulChannelId[%llu], enSysBackLanguage[%d]",
-                                    ullChannel, static_cast<int>(uiLanguage)),
-                             Printf("admin[192.168.1.20:50123] 设置系统语言成功. 通道号[%llu], "
-                                    "语言类型[%d]",
-                                    ullChannel, static_cast<int>(uiLanguage))))
-            << row.body;
+                  Event("Put", true, row.ullChannel, static_cast<int>(row.uiLanguage)));
     }
-    EXPECT_EQ(
-        BusinessLines(logs),
-        (std::vector<LogLine>{
-            {0, "orbapi_itgt_module", "[TALAPI]:Enter PreProcPutITGTSysBackLanguage"},
-            {0, "orbapi_itgt_module", "[TALAPI]:Enter PreProcPutITGTSysBackLanguage--GetCommon"},
-            {0, "orbapi_itgt_module", "[TALAPI]:Enter ParsePutITGTSysBackLanguage--ParseCommon"},
-            {0, "orbapi_itgt_module", "[TALAPI]:Enter  RunPutITGTSysBackLanguage"},
-            {0, "orbapi_itgt_module", "[TALAPI]:Enter RunPutITGTSysBackLanguage--SetCommon"},
-            {0, "orbapi_itgt_module", "[TALAPI]:Enter FormatPutITGTSysBackLanguage"},
-            {0, "orbapi_itgt_module",
-             "[TALAPI]:Enter FormatPutITGTSysBackLanguage--FormatCommonStatus"},
-        }));
+    EXPECT_EQ(BusinessLines(logs),
+              (std::vector<LogLine>{
+                  {0, kModule, "[TALAPI]:Enter PreProcPutITGTSysBackLanguage"},
+                  {0, kModule, "[TALAPI]:Enter PreProcPutITGTSysBackLanguage--GetCommon"},
+                  {0, kModule, "[TALAPI]:Enter ParsePutITGTSysBackLanguage--ParseCommon"},
+                  {0, kModule, "[TALAPI]:Enter  RunPutITGTSysBackLanguage"},
+                  {0, kModule, "[TALAPI]:Enter RunPutITGTSysBackLanguage--SetCommon"},
+                  {0, kModule, "[TALAPI]:Enter FormatPutITGTSysBackLanguage"},
+                  {0, kModule, "[TALAPI]:Enter FormatPutITGTSysBackLanguage--FormatCommonStatus"},
+              }));
 }
 
 TEST_F(SysBackLanguageTest, PutBodiesThatDoNotDecodeLeaveTheRecordUnsent) {
-    const char *bodies[] = {"{\"mode\": \"2\"}", "{\"channelId\": [1]}", "{\"mode\": {}}", "{", "",
-                            "{\"mode\": 2} x"};
-    for (const char *body : bodies) {
+    for (const char *body : {"{\"mode\": \"2\"}", "{\"channelId\": [1]}", "{", "", "{} x"}) {
         std::size_t uBefore = daemon.RequestCount();
         logs.Clear();
         StageRequest request("PUT", kUrl, "ChannelId=1");
@@ -274,15 +201,14 @@ TEST_F(SysBackLanguageTest, PutBodiesThatDoNotDecodeLeaveTheRecordUnsent) {
             << body;
         EXPECT_EQ(request.stCtInt.pParseOut, nullptr);
         ASSERT_NE(request.stCtInt.pPreProcOut, nullptr);
-        EXPECT_EQ(RecordBytes(request.stCtInt.pPreProcOut), LanguageRecord(1, 3)) << body;
+        const auto *pucRecord = static_cast<const unsigned char *>(request.stCtInt.pPreProcOut);
+        EXPECT_EQ(Bytes(pucRecord, pucRecord + 16), LanguageRecord(1, 3)) << body;
         EXPECT_EQ(daemon.RequestCount() - uBefore, 1u) << "only the read";
-        std::vector<LogLine> lines = BusinessLines(logs);
-        ASSERT_FALSE(lines.empty());
-        EXPECT_EQ(lines.back().level, 3);
-        EXPECT_EQ(lines.back().source, "talapi_business_common");
+        LogLine last = BusinessLines(logs).back();
+        EXPECT_EQ(last.level, 3);
+        EXPECT_EQ(last.source, "talapi_business_common");
         EXPECT_TRUE(::testing::internal::RE::FullMatch(
-            lines.back().message, "\\[TALAPI\\]:ParseCommon\\[[0-9]+\\] json decode fail\n"))
-            << lines.back().message;
+            last.message, "\\[TALAPI\\]:ParseCommon\\[[0-9]+\\] json decode fail\n"));
     }
 }
 
@@ -300,61 +226,54 @@ TEST_F(SysBackLanguageTest, AFailingWriteLogsTheFailurePairWithTheValuesToWrite)
     EXPECT_EQ(FormatPutITGTSysBackLanguage(&request.stHeader, enRun, &request.stCtInt,
                                            &request.response.stBuf),
               0);
-    EXPECT_EQ(logs.LanguageEntries(),
-              EventTwice("admin[192.168.1.20:50123] Put Sys BackLanguange Params fail. "
-                         "ulChannelId[1], enSysBackLanguage[6]",
-                         "admin[192.168.1.20:50123] 设置系统语言失败. 通道号[1], 语言类型[6]"));
-    EXPECT_NE(request.response.text.find("\"StatusCode\": 7"), std::string::npos)
-        << request.response.text;
+    EXPECT_EQ(logs.LanguageEntries(), Event("Put", false, 1, 6));
+    EXPECT_NE(request.response.text.find("\"StatusCode\": 7"), std::string::npos);
 }
 
-TEST_F(SysBackLanguageTest, StagesRefuseMissingArgumentsWithoutReachingTheDaemon) {
+TEST_F(SysBackLanguageTest, StagesRefuseMissingArgumentsAndRecordsWithoutEventOrCommand) {
     StageRequest request("PUT", kUrl, "ChannelId=1");
     tagHTTP_HEADER_S *h = &request.stHeader;
     tagHTTP_CLIENT_S *c = &request.stClient;
     tagUNIX_SOCKET_S *s = &request.stSocket;
     tagHTTP_CNTENT_INTER_S *i = &request.stCtInt;
-    struct Row {
-        VW_RESULT_TYPE enResult;
-        std::string expected;
-    };
-    auto message = [](const char *pcStage, const void *a, const void *b, const void *d) {
-        return Printf("[TALAPI]:%s: invalid param, header[%p] client[%p] ctIn[%p]", pcStage, a, b,
-                      d);
-    };
-    const Row rows[] = {
+    tagHTTP_BUF_S *b = &request.response.stBuf;
+    const char *pcRun = "[TALAPI]:%s: invalid param, header[%p] client[%p] ctIn[%p]";
+    const char *pcGet = "[TALAPI]:%s: invalid param, header[%p] ctInt[%p] buf[%p] pRunOut[%p]";
+    const char *pcPut =
+        "[TALAPI]:%s: invalid param, header[%p] ctInt[%p] buf[%p] ctInt->pParseOut[%p]";
+    const std::pair<VW_RESULT_TYPE, std::string> rows[] = {
         {RunGetITGTSysBackLanguage(nullptr, c, i),
-         message("RunGetITGTSysBackLanguage", nullptr, c, i)},
-        {RunGetITGTSysBackLanguage(h, nullptr, i),
-         message("RunGetITGTSysBackLanguage", h, nullptr, i)},
+         Printf(pcRun, "RunGetITGTSysBackLanguage", nullptr, c, i)},
         {RunGetITGTSysBackLanguage(h, c, nullptr),
-         message("RunGetITGTSysBackLanguage", h, c, nullptr)},
+         Printf(pcRun, "RunGetITGTSysBackLanguage", h, c, nullptr)},
         {PreProcPutITGTSysBackLanguage(h, nullptr, i),
-         message("PreProcPutITGTSysBackLanguage", h, nullptr, i)},
+         Printf(pcRun, "PreProcPutITGTSysBackLanguage", h, nullptr, i)},
         {PreProcPutITGTSysBackLanguage(nullptr, s, i),
-         message("PreProcPutITGTSysBackLanguage", nullptr, s, i)},
-        {RunPutITGTSysBackLanguage(h, c, nullptr),
-         message("RunPutITGTSysBackLanguage", h, c, nullptr)},
+         Printf(pcRun, "PreProcPutITGTSysBackLanguage", nullptr, s, i)},
         {RunPutITGTSysBackLanguage(h, nullptr, i),
-         message("RunPutITGTSysBackLanguage", h, nullptr, i)},
+         Printf(pcRun, "RunPutITGTSysBackLanguage", h, nullptr, i)},
+        {FormatGetITGTSysBackLanguage(h, VW_RESULT_OK, i, b),
+         Printf(pcGet, "FormatGetITGTSysBackLanguage", h, i, b, nullptr)},
+        {FormatGetITGTSysBackLanguage(h, VW_RESULT_OK, nullptr, b),
+         Printf(pcGet, "FormatGetITGTSysBackLanguage", h, nullptr, b, nullptr)},
+        {FormatPutITGTSysBackLanguage(h, VW_RESULT_OK, i, b),
+         Printf(pcPut, "FormatPutITGTSysBackLanguage", h, i, b, nullptr)},
+        {ParsePutITGTSysBackLanguage(h, request.Body("{}"), i),
+         "[TALAPI]:ParseCommon: no PreProc record to decode the body into"},
     };
-    std::vector<LogLine> failures;
+    std::vector<std::string> failures;
     for (const LogLine &line : BusinessLines(logs)) {
         if (line.level == 3) {
-            failures.push_back(line);
+            failures.push_back(line.message);
         }
     }
     ASSERT_EQ(failures.size(), std::size(rows));
     for (std::size_t u = 0; u < std::size(rows); ++u) {
-        EXPECT_EQ(rows[u].enResult, -1);
-        EXPECT_EQ(failures[u].message, rows[u].expected);
+        EXPECT_EQ(rows[u].first, -1) << u;
+        EXPECT_EQ(failures[u], rows[u].second);
     }
-    // Parse without a PreProc record refuses to decode.
-    EXPECT_EQ(ParsePutITGTSysBackLanguage(h, request.Body("{\"mode\": 1}"), i), -1);
-    EXPECT_EQ(BusinessLines(logs).back(),
-              (LogLine{3, "talapi_business_common",
-                       "[TALAPI]:ParseCommon: no PreProc record to decode the body into"}));
-    EXPECT_EQ(i->pParseOut, nullptr);
+    EXPECT_TRUE(logs.LanguageEntries().empty());
+    EXPECT_EQ(request.response.iCalls, 0);
     EXPECT_EQ(daemon.RequestCount(), 0u);
 }
 

@@ -13,142 +13,64 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 #include <gtest/gtest.h>
 
-#include "talapi_types.h"
 #include "talapi_unix_socket.h"
 
 namespace {
 
-constexpr const char *kSocketRootEnv = "TALAPI_SOCKET_ROOT";
-
-// Waits until iFd is ready for usEvents; false once the daemon is told to stop.
-bool WaitFor(int iFd, short usEvents, int iStopFd) {
-    pollfd astPoll[2] = {{iFd, usEvents, 0}, {iStopFd, POLLIN, 0}};
-    for (;;) {
-        const int iRet = poll(astPoll, 2, -1);
-        if (iRet < 0 && errno == EINTR) {
-            continue;
-        }
-        return iRet > 0 && astPoll[1].revents == 0;
-    }
+// Waits until iFd is ready for sEvents; false once the daemon is told to stop.
+bool WaitFor(int iFd, short sEvents, int iStopFd) {
+    pollfd astPoll[2] = {{iFd, sEvents, 0}, {iStopFd, POLLIN, 0}};
+    const int iRet = poll(astPoll, 2, -1);  // interrupted: the caller's retry polls again
+    return (iRet > 0 || errno == EINTR) && astPoll[1].revents == 0;
 }
 
-bool ReadAll(int iFd, void *pvData, std::size_t uLen, int iStopFd) {
+// Sends or receives exactly uLen bytes; false on end of stream, error or stop.
+bool Transfer(int iFd, void *pvData, std::size_t uLen, bool bSend, int iStopFd) {
     unsigned char *pucData = static_cast<unsigned char *>(pvData);
-    while (uLen > 0) {
-        if (!WaitFor(iFd, POLLIN, iStopFd)) {
-            return false;
-        }
-        const ssize_t lGot = recv(iFd, pucData, uLen, MSG_DONTWAIT);
-        if (lGot > 0) {
-            pucData += lGot;
-            uLen -= static_cast<std::size_t>(lGot);
-        } else if (lGot == 0 || (errno != EINTR && errno != EAGAIN)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool WriteAll(int iFd, const void *pvData, std::size_t uLen, int iStopFd) {
-    const unsigned char *pucData = static_cast<const unsigned char *>(pvData);
-    while (uLen > 0) {
-        if (!WaitFor(iFd, POLLOUT, iStopFd)) {
-            return false;
-        }
-        const ssize_t lSent = send(iFd, pucData, uLen, MSG_NOSIGNAL | MSG_DONTWAIT);
-        if (lSent > 0) {
-            pucData += lSent;
-            uLen -= static_cast<std::size_t>(lSent);
-        } else if (lSent == 0 || (errno != EINTR && errno != EAGAIN)) {
+    while (uLen > 0 && WaitFor(iFd, bSend ? POLLOUT : POLLIN, iStopFd)) {
+        const ssize_t lDone = bSend ? send(iFd, pucData, uLen, MSG_NOSIGNAL | MSG_DONTWAIT)
+                                    : recv(iFd, pucData, uLen, MSG_DONTWAIT);
+        if (lDone > 0) {
+            pucData += lDone;
+            uLen -= static_cast<std::size_t>(lDone);
+        } else if (lDone == 0 || (errno != EINTR && errno != EAGAIN)) {
             return false;
         }
     }
-    return true;
-}
-
-template <typename T>
-void Put(std::vector<unsigned char> &vecBytes, std::size_t uOffset, T value) {
-    std::memcpy(vecBytes.data() + uOffset, &value, sizeof(value));
-}
-
-// The reply's bytes: the 200-byte head, then the payload, shaped by the behaviour.
-std::vector<unsigned char> EncodeReply(const TALAPI_WIRE_REQUEST_S &stRequest,
-                                       const FakeReply &stReply) {
-    const std::size_t uPayloadLen = std::min(stReply.payload.size(), VW_CMD_BODY_SIZE);
-    std::vector<unsigned char> vecBytes(VW_MSG_HEAD_SIZE + uPayloadLen, 0);
-    const bool bBadMagic = stReply.enBehaviour == FakeBehaviour::kBadMagic;
-    const bool bWrongCmd = stReply.enBehaviour == FakeBehaviour::kWrongCommand;
-    const bool bOversize = stReply.enBehaviour == FakeBehaviour::kOversizeLength;
-    Put(vecBytes, offsetof(MSG_DATA, uiMagic), bBadMagic ? 0xDEADBEEFu : TALAPI_WIRE_REPLY_MAGIC);
-    Put(vecBytes, offsetof(MSG_DATA, enMsgType), stRequest.enMsgType);
-    Put(vecBytes, offsetof(MSG_DATA, enCmdType), stRequest.enCmdType + (bWrongCmd ? 1u : 0u));
-    Put(vecBytes, offsetof(MSG_DATA, uiDataLen),
-        static_cast<unsigned int>(bOversize ? VW_CMD_BODY_SIZE + 1 : uPayloadLen));
-    Put(vecBytes, offsetof(MSG_DATA, ullValue), stRequest.ullValue);
-    Put(vecBytes, offsetof(MSG_DATA, recvMsg), stReply.iRecvMsg);
-    Put(vecBytes, offsetof(MSG_DATA, Result), stReply.iResult);
-    std::copy_n(stReply.payload.begin(), uPayloadLen, vecBytes.begin() + VW_MSG_HEAD_SIZE);
-    if (bOversize) {
-        vecBytes.resize(VW_MSG_HEAD_SIZE);
-    } else if (stReply.enBehaviour == FakeBehaviour::kShortReply) {
-        vecBytes.resize(std::min(stReply.uShortBytes, vecBytes.size()));
-    }
-    return vecBytes;
-}
-
-// Holds a connection without replying until the client closes it or the daemon stops.
-void HoldSilently(int iFd, int iStopFd) {
-    unsigned char aucDiscard[256];
-    while (WaitFor(iFd, POLLIN, iStopFd)) {
-        const ssize_t lGot = recv(iFd, aucDiscard, sizeof(aucDiscard), MSG_DONTWAIT);
-        if (lGot == 0 || (lGot < 0 && errno != EINTR && errno != EAGAIN)) {
-            return;
-        }
-    }
+    return uLen == 0;
 }
 
 }  // namespace
 
-FakeDaemon::FakeDaemon(const std::string &strPeerPath)
-    : m_fnHandler([](const FakeRequest &) { return FakeReply{}; }) {
-    char szTemplate[] = "/tmp/talapi-fake-XXXXXX";
-    if (mkdtemp(szTemplate) == nullptr) {
+FakeDaemon::FakeDaemon() {
+    char szRoot[] = "/tmp/talapi-fake-XXXXXX";
+    if (mkdtemp(szRoot) == nullptr) {
         ADD_FAILURE() << "FakeDaemon: mkdtemp: " << std::strerror(errno);
         return;
     }
-    m_strRoot = szTemplate;
-    setenv(kSocketRootEnv, m_strRoot.c_str(), 1);
-
-    // The peer path's directories, made under the root: "/tmp/A" needs <root>/tmp.
-    const std::string strPeer =
-        strPeerPath.empty() || strPeerPath[0] != '/' ? "/" + strPeerPath : strPeerPath;
-    for (std::size_t uPos = strPeer.find('/', 1); uPos != std::string::npos;
-         uPos = strPeer.find('/', uPos + 1)) {
-        const std::string strDir = m_strRoot + strPeer.substr(0, uPos);
-        if (mkdir(strDir.c_str(), 0700) == 0) {
-            m_vecMadeDirs.push_back(strDir);
-        }
-    }
-    m_strSocketPath = m_strRoot + strPeer;
+    m_strRoot = szRoot;
+    mkdir((m_strRoot + "/tmp").c_str(), 0700);
+    m_strSocketPath = m_strRoot + "/tmp/A";
+    setenv("TALAPI_SOCKET_ROOT", m_strRoot.c_str(), 1);
     Start();
 }
 
 FakeDaemon::~FakeDaemon() {
     Stop();
-    for (auto it = m_vecMadeDirs.rbegin(); it != m_vecMadeDirs.rend(); ++it) {
-        rmdir(it->c_str());
-    }
     if (!m_strRoot.empty()) {
+        unlink(m_strSocketPath.c_str());
+        rmdir((m_strRoot + "/tmp").c_str());
         rmdir(m_strRoot.c_str());
-        unsetenv(kSocketRootEnv);
+        unsetenv("TALAPI_SOCKET_ROOT");
     }
 }
 
 void FakeDaemon::SetHandler(FakeHandler fnHandler) {
-    std::lock_guard<std::mutex> lock(m_mtxHandler);
+    std::lock_guard<std::recursive_mutex> lock(m_mtx);
     m_fnHandler = std::move(fnHandler);
 }
 
@@ -158,120 +80,93 @@ void FakeDaemon::Start() {
     }
     sockaddr_un stAddr{};
     stAddr.sun_family = AF_UNIX;
-    if (m_strSocketPath.size() >= sizeof(stAddr.sun_path)) {
-        ADD_FAILURE() << "FakeDaemon: socket path too long: " << m_strSocketPath;
-        return;
-    }
     std::memcpy(stAddr.sun_path, m_strSocketPath.c_str(), m_strSocketPath.size() + 1);
-
+    unlink(m_strSocketPath.c_str());  // left by Stop
     const int iFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (iFd < 0 || bind(iFd, reinterpret_cast<sockaddr *>(&stAddr), sizeof(stAddr)) != 0 ||
         listen(iFd, 64) != 0 || pipe2(m_aiStopPipe, O_CLOEXEC) != 0) {
         ADD_FAILURE() << "FakeDaemon: cannot listen on " << m_strSocketPath << ": "
                       << std::strerror(errno);
-        if (iFd >= 0) {
-            close(iFd);
-        }
-        unlink(m_strSocketPath.c_str());
+        close(iFd);
         return;
     }
     m_iListenFd = iFd;
-    m_thAccept = std::thread(&FakeDaemon::AcceptLoop, this, m_iListenFd, m_aiStopPipe[0]);
+    m_thAccept = std::thread(&FakeDaemon::AcceptLoop, this);
 }
 
 void FakeDaemon::Stop() {
     if (m_iListenFd < 0) {
         return;
     }
-    const char cStop = 's';
-    while (write(m_aiStopPipe[1], &cStop, 1) < 0 && errno == EINTR) {
+    while (write(m_aiStopPipe[1], "s", 1) < 0 && errno == EINTR) {
     }
     m_thAccept.join();  // no connection thread is added after this
-    std::vector<std::thread> vecThreads;
-    {
-        std::lock_guard<std::mutex> lock(m_mtx);
-        vecThreads.swap(m_vecConnThreads);
-    }
-    for (std::thread &th : vecThreads) {
+    for (std::thread &th : m_vecConnThreads) {
         th.join();
     }
+    m_vecConnThreads.clear();
     close(m_iListenFd);
-    unlink(m_strSocketPath.c_str());
     close(m_aiStopPipe[0]);
     close(m_aiStopPipe[1]);
-    m_iListenFd = -1;
-    m_aiStopPipe[0] = m_aiStopPipe[1] = -1;
+    m_iListenFd = m_aiStopPipe[0] = m_aiStopPipe[1] = -1;
 }
 
-std::vector<FakeRequest> FakeDaemon::Requests() const {
-    std::lock_guard<std::mutex> lock(m_mtx);
-    return m_vecRequests;
-}
-
-std::size_t FakeDaemon::RequestCount() const {
-    std::lock_guard<std::mutex> lock(m_mtx);
-    return m_vecRequests.size();
-}
-
-std::size_t FakeDaemon::ConnectionCount() const {
-    std::lock_guard<std::mutex> lock(m_mtx);
-    return m_uConnections;
-}
-
-void FakeDaemon::AcceptLoop(int iListenFd, int iStopFd) {
-    while (WaitFor(iListenFd, POLLIN, iStopFd)) {
-        const int iFd = accept4(iListenFd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (iFd < 0) {
-            if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) {
-                continue;
-            }
+void FakeDaemon::AcceptLoop() {
+    while (WaitFor(m_iListenFd, POLLIN, m_aiStopPipe[0])) {
+        const int iFd = accept4(m_iListenFd, nullptr, nullptr, SOCK_CLOEXEC);
+        if (iFd >= 0) {
+            ++m_uConnections;
+            m_vecConnThreads.emplace_back(&FakeDaemon::Serve, this, iFd);
+        } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
             ADD_FAILURE() << "FakeDaemon: accept: " << std::strerror(errno);
             return;
         }
-        std::lock_guard<std::mutex> lock(m_mtx);
-        ++m_uConnections;
-        m_vecConnThreads.emplace_back(&FakeDaemon::Serve, this, iFd, iStopFd);
     }
 }
 
 // Serves exchanges on one connection until the client closes it, a reply behaviour ends it, a
 // request is not well framed, or the daemon stops.
-void FakeDaemon::Serve(int iFd, int iStopFd) {
+void FakeDaemon::Serve(int iFd) {
+    const int iStopFd = m_aiStopPipe[0];
     TALAPI_WIRE_REQUEST_S stHead{};
-    while (ReadAll(iFd, &stHead, sizeof(stHead), iStopFd) &&
+    while (Transfer(iFd, &stHead, sizeof(stHead), false, iStopFd) &&
            stHead.uiMagic == TALAPI_WIRE_REQUEST_MAGIC && stHead.uiBodyLen <= VW_CMD_BODY_SIZE) {
-        FakeRequest stRequest;
-        stRequest.uiMsgType = stHead.enMsgType;
-        stRequest.uiCmd = stHead.enCmdType;
-        stRequest.ullValue = stHead.ullValue;
-        stRequest.uiBodyLen = stHead.uiBodyLen;
-        stRequest.body.resize(stHead.uiBodyLen);
-        if (!ReadAll(iFd, stRequest.body.data(), stRequest.body.size(), iStopFd)) {
+        FakeRequest stRequest{stHead.enMsgType, stHead.enCmdType, stHead.ullValue, stHead.uiBodyLen,
+                              std::vector<unsigned char>(stHead.uiBodyLen)};
+        if (!Transfer(iFd, stRequest.body.data(), stRequest.body.size(), false, iStopFd)) {
             break;
         }
+        FakeReply stReply;
         {
-            std::lock_guard<std::mutex> lock(m_mtx);
+            std::lock_guard<std::recursive_mutex> lock(m_mtx);
             m_vecRequests.push_back(stRequest);
+            stReply = m_fnHandler(stRequest);
         }
-        const FakeReply stReply = Answer(stRequest);
-        if (stReply.enBehaviour == FakeBehaviour::kSilent) {
-            HoldSilently(iFd, iStopFd);
+        const FakeBehaviour en = stReply.enBehaviour;
+        if (en == FakeBehaviour::kSilent) {
+            continue;  // until the client's next request or its close
+        }
+        if (en == FakeBehaviour::kCloseWithoutReply) {
             break;
         }
-        if (stReply.enBehaviour == FakeBehaviour::kCloseWithoutReply) {
-            break;
-        }
-        const std::vector<unsigned char> vecBytes = EncodeReply(stHead, stReply);
-        if (!WriteAll(iFd, vecBytes.data(), vecBytes.size(), iStopFd) ||
-            stReply.enBehaviour == FakeBehaviour::kShortReply ||
-            stReply.enBehaviour == FakeBehaviour::kOversizeLength) {
+        // The 200-byte head, zero but for the fields set here, then the payload.
+        const bool bOversize = en == FakeBehaviour::kOversizeLength;
+        const std::size_t uLen = std::min(stReply.payload.size(), VW_CMD_BODY_SIZE);
+        std::unique_ptr<MSG_DATA> pstMsg(new MSG_DATA());
+        pstMsg->uiMagic = en == FakeBehaviour::kBadMagic ? 0xDEADBEEFu : TALAPI_WIRE_REPLY_MAGIC;
+        pstMsg->enMsgType = stHead.enMsgType;
+        pstMsg->enCmdType = stHead.enCmdType + (en == FakeBehaviour::kWrongCommand ? 1u : 0u);
+        pstMsg->uiDataLen = static_cast<unsigned int>(bOversize ? VW_CMD_BODY_SIZE + 1 : uLen);
+        pstMsg->ullValue = stHead.ullValue;
+        pstMsg->recvMsg = stReply.iRecvMsg;
+        pstMsg->Result = stReply.iResult;
+        std::copy_n(stReply.payload.begin(), uLen, pstMsg->aucPayload);
+        std::size_t uSend = VW_MSG_HEAD_SIZE + (bOversize ? 0 : uLen);
+        const bool bShort = en == FakeBehaviour::kShortReply;
+        uSend = bShort ? std::min(uSend, stReply.uShortBytes) : uSend;
+        if (!Transfer(iFd, pstMsg.get(), uSend, true, iStopFd) || bShort || bOversize) {
             break;
         }
     }
     close(iFd);
-}
-
-FakeReply FakeDaemon::Answer(const FakeRequest &stRequest) {
-    std::lock_guard<std::mutex> lock(m_mtxHandler);
-    return m_fnHandler(stRequest);
 }

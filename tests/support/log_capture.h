@@ -1,44 +1,46 @@
-// Captures the debug and operation logs of the code under test through the logging library's
-// sinks, for exact assertions on texts and levels. One capture may be active at a time; while it
-// is, nothing reaches the log files.
+// Captures the debug and operation logs through the logging library's sinks, for exact
+// assertions. One capture at a time (a second one aborts); while active, no file is written.
 #ifndef TALAPI_TESTS_LOG_CAPTURE_H
 #define TALAPI_TESTS_LOG_CAPTURE_H
 
-#include <mutex>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "talapi_log.h"
 
-// One VW_WriteLog call, unfiltered. file is the path as the caller passed it ("" for null).
+// One VW_WriteLog call, unfiltered; file is the path as passed ("" for null).
 struct DebugLogEntry {
-    int module;
-    int level;
-    int debugFlag;
-    int sysErr;
+    int module, level, debugFlag, sysErr;
     std::string file;
     int line;
     std::string message;
+    auto Tie() const { return std::tie(module, level, debugFlag, sysErr, file, line, message); }
+    bool operator==(const DebugLogEntry &o) const { return Tie() == o.Tie(); }
+    friend std::ostream &operator<<(std::ostream &os, const DebugLogEntry &e) {
+        return os << "{module " << e.module << ", level " << e.level << ", flag " << e.debugFlag
+                  << ", sysErr " << e.sysErr << ", " << e.file << ":" << e.line << ", \""
+                  << e.message << "\"}";
+    }
 };
 
 // One VW_WriteLanguageLog call, both texts formatted.
 struct LanguageLogEntry {
-    int logNo;
-    int module;
-    std::string english;
-    std::string chinese;
+    int logNo, module;
+    std::string english, chinese;
+    auto Tie() const { return std::tie(logNo, module, english, chinese); }
+    bool operator==(const LanguageLogEntry &o) const { return Tie() == o.Tie(); }
+    friend std::ostream &operator<<(std::ostream &os, const LanguageLogEntry &e) {
+        return os << "{logNo " << e.logNo << ", module " << e.module << ", \"" << e.english
+                  << "\", \"" << e.chinese << "\"}";
+    }
 };
-
-bool operator==(const DebugLogEntry &a, const DebugLogEntry &b);
-bool operator==(const LanguageLogEntry &a, const LanguageLogEntry &b);
-std::ostream &operator<<(std::ostream &os, const DebugLogEntry &e);
-std::ostream &operator<<(std::ostream &os, const LanguageLogEntry &e);
 
 class LogCapture {
   public:
-    LogCapture();   // installs the sinks; aborts if another capture is active
-    ~LogCapture();  // removes them; no sink call is made after it returns
+    LogCapture();
+    ~LogCapture();  // no sink call is made after it returns
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
@@ -48,10 +50,6 @@ class LogCapture {
     void Clear();
 
   private:
-    static void OnDebug(const VW_DEBUG_LOG_S *pstLog);
-    static void OnLanguage(const VW_LANGUAGE_LOG_S *pstLog);
-
-    mutable std::mutex m_mutex;
     std::vector<DebugLogEntry> m_debug;
     std::vector<LanguageLogEntry> m_language;
 };
