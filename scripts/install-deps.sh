@@ -4,9 +4,9 @@
 #   install-deps.sh --all    also the tests' tools and the armhf cross toolchain with qemu
 set -euo pipefail
 
-packages=(build-essential cmake pkg-config tzdata libjson-c-dev libsafec-dev)
+packages=(build-essential cmake pkg-config tzdata curl libjson-c-dev libsafec-dev libcivetweb-dev)
 if [[ "${1:-}" == "--all" ]]; then
-    packages+=(clang-format libgtest-dev libgmock-dev
+    packages+=(clang-format libgtest-dev libgmock-dev python3 python3-jsonschema python3-yaml
                crossbuild-essential-armhf qemu-user-static
                libjson-c-dev:armhf libsafec-dev:armhf libgtest-dev:armhf libgmock-dev:armhf)
     if ! dpkg --print-foreign-architectures | grep -qx armhf; then

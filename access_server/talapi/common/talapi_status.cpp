@@ -17,8 +17,8 @@ constexpr StatusText kStatusTexts[] = {
     {VW_RESULT_FAIL, 500, "Failed"},
     {VW_RESULT_SEND_FAIL, 502, "BackendUnreachable"},
     {VW_RESULT_PARAM_ERR, 400, "InvalidParameter"},
-    {VW_RESULT_NOT_SUPPORT, 501, "NotSupported"},
-    {VW_RESULT_NO_MEMORY, 503, "OutOfMemory"},
+    {VW_RESULT_NOT_SUPPORT, 404, "NotSupported"},
+    {VW_RESULT_NO_MEMORY, 500, "OutOfMemory"},
 };
 // Codes of the backend daemon or of other host services.
 constexpr StatusText kOtherStatus = {VW_RESULT_FAIL, 500, "DeviceError"};

@@ -9,9 +9,11 @@
 //            ullValue echoed from the request, uiDataLen, recvMsg (the daemon's reply number)
 //            and Result (0 success, anything else the daemon's failure code); every other head
 //            byte is zero. The receiver zero-fills the payload beyond uiDataLen.
-// A connection carries any number of exchanges, one at a time. A reply whose magic or command
-// does not match, or whose length is too large, is malformed; either side then closes the
-// connection. The daemon answers a request it cannot serve with a non-zero Result.
+// A read command carries a whole vwCmdBody (GetCommon, RestSendSynUnixMsg); a write command
+// carries exactly its record (SetCommon), which is how the daemon tells them apart for commands
+// that serve both. A connection carries any number of exchanges, one at a time. A reply whose magic
+// or command does not match, or whose length is too large, is malformed; either side then closes
+// the connection. The daemon answers a request it cannot serve with a non-zero Result.
 #ifndef TALAPI_UNIX_SOCKET_H
 #define TALAPI_UNIX_SOCKET_H
 

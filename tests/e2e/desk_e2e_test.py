@@ -1,0 +1,170 @@
+#!/usr/bin/python3
+"""End-to-end cases: curl against the desk access server and the backend simulator, both started
+on a private port and socket root. Every JSON response is validated against the API description.
+
+usage: desk_e2e_test.py --server BIN --simulator BIN --module SO --api YAML CASE
+"""
+import argparse
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+
+import jsonschema
+import yaml
+
+LANGUAGE = "/api/v1/itgt/sys-back-language"
+CAPABILITY = "/api/v1/itgt/capability"
+
+
+class Desk:
+    """The two programs of one case, in a private directory."""
+
+    def __init__(self, args):
+        self.args = args
+        self.root = tempfile.mkdtemp(prefix="talapi-e2e-")
+        self.env = dict(os.environ, TALAPI_SOCKET_ROOT=self.root)
+        os.makedirs(os.path.join(self.root, "tmp"), exist_ok=True)
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = probe.getsockname()[1]
+        self.simulator = None
+        self.start_simulator()
+        self.server = self.launch([args.server, "--module", args.module, "--port", str(self.port),
+                                   "--run-dir", os.path.join(self.root, "run")])
+        with open(args.api) as api_file:
+            self.api = yaml.safe_load(api_file)
+
+    def launch(self, command):
+        process = subprocess.Popen(command, env=self.env, stdout=subprocess.PIPE, text=True)
+        line = process.stdout.readline()  # each program announces it is ready
+        if "listening on" not in line:
+            raise RuntimeError(f"{command[0]} did not start: {line!r}")
+        return process
+
+    def start_simulator(self):
+        self.simulator = self.launch([self.args.simulator, "--state",
+                                      os.path.join(self.root, "state.bin")])
+
+    def stop_simulator(self):
+        self.simulator.send_signal(signal.SIGTERM)
+        self.simulator.wait(timeout=10)
+
+    def close(self):
+        for process in (self.server, self.simulator):
+            if process.poll() is None:
+                process.send_signal(signal.SIGTERM)
+                process.wait(timeout=10)
+        subprocess.run(["rm", "-rf", self.root], check=False)
+
+    def request(self, method, path, body=None, query=""):
+        """curl's answer as (status, parsed JSON); the JSON is checked against the API."""
+        url = f"http://127.0.0.1:{self.port}{path}" + (f"?{query}" if query else "")
+        command = ["curl", "-sS", "-m", "20", "-X", method, "-o", "-", "-w", "\n%{http_code}",
+                   "-H", "Content-Type: application/json", url]
+        if body is not None:
+            command += ["--data-binary", "@-"]
+        done = subprocess.run(command, input=body, capture_output=True, text=True, check=True)
+        text, status = done.stdout.rsplit("\n", 1)
+        document = json.loads(text)
+        self.validate(path, method.lower(), int(status), document)
+        return int(status), document
+
+    def validate(self, path, method, status, document):
+        operation = self.api["paths"].get(path, {}).get(method, {})
+        response = operation.get("responses", {}).get(str(status),
+                                                       {"$ref": "#/components/responses/Status"})
+        if "$ref" in response:
+            response = self.api["components"]["responses"][response["$ref"].rsplit("/", 1)[1]]
+        schema = response["content"]["application/json"]["schema"]
+        resolver = jsonschema.RefResolver.from_schema(self.api)
+        jsonschema.Draft202012Validator(schema, resolver=resolver).validate(document)
+
+
+def expect(condition, what):
+    if not condition:
+        raise AssertionError(what)
+
+
+def envelope(desk, method, path, status, code, body=None, query=""):
+    got_status, document = desk.request(method, path, body, query)
+    expect(got_status == status, f"{method} {path}?{query}: HTTP {got_status}, wanted {status}")
+    expect(document["ResponseStatus"]["StatusCode"] == code, f"StatusCode in {document}")
+
+
+def case_gets(desk):
+    status, capability = desk.request("GET", CAPABILITY)
+    expect(status == 200 and len(capability) == 38, f"capability {status} {capability}")
+    status, language = desk.request("GET", LANGUAGE, query="ChannelId=1")
+    expect(status == 200 and language["channelId"] == 1, f"language {status} {language}")
+
+
+def case_put_then_get(desk):
+    _, before = desk.request("GET", LANGUAGE, query="ChannelId=2")
+    mode = 7 if before["mode"] != 7 else 8
+    envelope(desk, "PUT", LANGUAGE, 200, 0, json.dumps({"mode": mode}), "ChannelId=2")
+    _, after = desk.request("GET", LANGUAGE, query="ChannelId=2")
+    expect(after == {"channelId": 2, "mode": mode}, f"after PUT: {after}")
+
+
+def case_put_survives_simulator_restart(desk):
+    envelope(desk, "PUT", LANGUAGE, 200, 0, '{"mode": 5}', "ChannelId=3")
+    desk.stop_simulator()
+    desk.start_simulator()
+    _, after = desk.request("GET", LANGUAGE, query="ChannelId=3")
+    expect(after["mode"] == 5, f"after restart: {after}")
+
+
+def case_bad_requests(desk):
+    envelope(desk, "PUT", LANGUAGE, 400, 4, '{"mode": ', "ChannelId=1")
+    envelope(desk, "PUT", LANGUAGE, 400, 4, '{"mode": "two"}', "ChannelId=1")
+    envelope(desk, "GET", LANGUAGE, 400, 4)
+    envelope(desk, "GET", LANGUAGE, 400, 4, query="ChannelId=abc")
+    status, _ = desk.request("GET", "/api/v1/itgt/no-such-resource")
+    expect(status == 404, f"unknown path: {status}")
+    status, _ = desk.request("DELETE", LANGUAGE, query="ChannelId=1")
+    expect(status == 405, f"method not allowed: {status}")
+    status, _ = desk.request("PUT", LANGUAGE, "{" + " " * (64 * 1024) + "}", "ChannelId=1")
+    expect(status == 413, f"body over the limit: {status}")
+
+
+def case_backend_down_then_back(desk):
+    desk.stop_simulator()
+    envelope(desk, "GET", CAPABILITY, 502, 1)
+    envelope(desk, "GET", LANGUAGE, 502, 1, query="ChannelId=1")
+    desk.start_simulator()
+    status, _ = desk.request("GET", LANGUAGE, query="ChannelId=1")
+    expect(status == 200, f"after the simulator came back: {status}")
+
+
+def case_startup_errors(desk):
+    common = os.path.join(os.path.dirname(desk.args.module), "..", "..", "common",
+                          "libtalapicommon.so")
+    rows = [(["--module", "/nonexistent/liborbapiITGT.so"], "cannot load module"),
+            (["--module", common], "missing stage RunGetITGTCapability"),
+            (["--port", str(desk.port)], "cannot listen on")]
+    for options, message in rows:
+        done = subprocess.run([desk.args.server, "--run-dir", os.path.join(desk.root, "run2")]
+                              + options, env=desk.env, capture_output=True, text=True, timeout=30)
+        expect(done.returncode == 1 and message in done.stderr, f"{options}: {done}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    for option in ("--server", "--simulator", "--module", "--api"):
+        parser.add_argument(option, required=True)
+    parser.add_argument("case")
+    args = parser.parse_args()
+    desk = Desk(args)
+    try:
+        globals()["case_" + args.case](desk)
+    finally:
+        desk.close()
+    print(f"{args.case}: passed")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
