@@ -476,18 +476,15 @@ json_object *json_encode_array(const Elem *pElements, int iCount) {
 }
 
 // Encodes the descriptors in order; the first non-zero result (an array above its capacity)
-// ends the walk.
-template <typename T>
-int json_encode_member(const T &, json_object *) {
-    return 0;
-}
+// ends the walk. The walk is a fold over the pack, so its stack depth does not grow with the
+// schema.
 template <typename T, typename First, typename... Rest>
 int json_encode_member(const T &record, json_object *object, const First &first, Rest... rest) {
     int result = talapi_mapping::encode_descriptor(record, object, first);
-    if (result != 0) {
-        return result;
-    }
-    return json_encode_member(record, object, rest...);
+    ((result == 0 ? void(result = talapi_mapping::encode_descriptor(record, object, rest))
+                  : void()),
+     ...);
+    return result;
 }
 
 // A new object holding the encoded members; null when it cannot be made or a member fails.
@@ -636,19 +633,16 @@ int decode_descriptor(json_object *object, void *context, T &record,
 }  // namespace talapi_mapping
 
 // Decodes the descriptors in order; the first failure ends the walk with its code, the members
-// before it keeping their new values.
-template <typename T>
-int json_decode_member(json_object *, void *, T &) {
-    return 0;
-}
+// before it keeping their new values. A fold over the pack, like the encoder.
 template <typename T, typename First, typename... Rest>
 int json_decode_member(json_object *object, void *pvContext, T &record, const First &first,
                        Rest... rest) {
     int result = talapi_mapping::decode_descriptor(object, pvContext, record, first);
-    if (result != 0) {
-        return result;
-    }
-    return json_decode_member(object, pvContext, record, rest...);
+    ((result == 0
+          ? void(result = talapi_mapping::decode_descriptor(object, pvContext, record, rest))
+          : void()),
+     ...);
+    return result;
 }
 
 template <typename T, typename Alloc, typename Dealloc>
