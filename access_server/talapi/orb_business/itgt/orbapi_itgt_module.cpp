@@ -52,17 +52,23 @@ VW_RESULT_TYPE InvalidStageParam(const char *pcStage, const void *pvHeader, cons
     return VW_RESULT_FAIL;
 }
 
-// A read command body addressing the query's "ChannelId": zeroed, channel first. 4 when the
-// channel cannot be read; nothing is sent then.
-VW_RESULT_TYPE BuildChannelBody(tagHTTP_HEADER_S *pstHeader, vwCmdBody *pstBody,
-                                const char *pcStage, const char *pcZeroLabel) {
-    ZeroOrLog(pstBody, pcZeroLabel);
-    if (GetURIQueryParamByKey<unsigned long long>(pstHeader, "ChannelId", &pstBody->ulChannelId) !=
+// The reading stage of a channel resource: a zeroed command body carrying the query's
+// "ChannelId" first, then the record read with GetCommon into *ppvDest. 4 when the channel
+// cannot be read; nothing is sent then. pcHandOver is the trace before GetCommon, if any.
+VW_RESULT_TYPE ReadChannelRecord(tagHTTP_HEADER_S *pstHeader, tagUNIX_SOCKET_S *pstUnixSocket,
+                                 VW_CMD_TYPE enCmd, void **ppvDest, const char *pcStage,
+                                 const char *pcZeroLabel, const char *pcHandOver) {
+    vwCmdBody stBody;
+    ZeroOrLog(&stBody, pcZeroLabel);
+    if (GetURIQueryParamByKey<unsigned long long>(pstHeader, "ChannelId", &stBody.ulChannelId) !=
         VW_RESULT_OK) {
         TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s, Query param get failed", pcStage);
         return VW_RESULT_PARAM_ERR;
     }
-    return VW_RESULT_OK;
+    if (pcHandOver != nullptr) {
+        TALAPI_LOG(VW_LOG_TRACE, "%s", pcHandOver);
+    }
+    return GetCommon(pstHeader, pstUnixSocket, enCmd, &stBody, ppvDest, 0, kPeerPath);
 }
 
 // A result record of the stage's own, from malloc and zeroed; null (logged) when it cannot be
@@ -110,14 +116,9 @@ ITGT_STAGE RunGetITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT
     if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
         return InvalidStageParam(__func__, pstHeader, pstClient, pstCtIn);
     }
-    vwCmdBody stBody;
-    VW_RESULT_TYPE enRet = BuildChannelBody(pstHeader, &stBody, __func__, "memset_s cmdBody error");
-    if (enRet != VW_RESULT_OK) {
-        return enRet;
-    }
-    TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter RunGetITGTSysBackLanguag--GetCommon");
-    return GetCommon(pstHeader, pstClient->pstUnixSocket, VW_CMD_SYS_BACK_LANGUAGE, &stBody,
-                     &pstCtIn->pRunOut, 0, kPeerPath);
+    return ReadChannelRecord(pstHeader, pstClient->pstUnixSocket, VW_CMD_SYS_BACK_LANGUAGE,
+                             &pstCtIn->pRunOut, __func__, "memset_s cmdBody error",
+                             "[TALAPI]:Enter RunGetITGTSysBackLanguag--GetCommon");
 }
 
 ITGT_STAGE FormatGetITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
@@ -151,14 +152,9 @@ ITGT_STAGE PreProcPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader,
     if (pstHeader == nullptr || pstUnixSocket == nullptr || pstCtIn == nullptr) {
         return InvalidStageParam(__func__, pstHeader, pstUnixSocket, pstCtIn);
     }
-    vwCmdBody stBody;
-    VW_RESULT_TYPE enRet = BuildChannelBody(pstHeader, &stBody, __func__, "memset_s cmdBody error");
-    if (enRet != VW_RESULT_OK) {
-        return enRet;
-    }
-    TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter PreProcPutITGTSysBackLanguage--GetCommon");
-    return GetCommon(pstHeader, pstUnixSocket, VW_CMD_SYS_BACK_LANGUAGE, &stBody,
-                     &pstCtIn->pPreProcOut, 0, kPeerPath);
+    return ReadChannelRecord(pstHeader, pstUnixSocket, VW_CMD_SYS_BACK_LANGUAGE,
+                             &pstCtIn->pPreProcOut, __func__, "memset_s cmdBody error",
+                             "[TALAPI]:Enter PreProcPutITGTSysBackLanguage--GetCommon");
 }
 
 ITGT_STAGE ParsePutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, tagHTTP_BUF_S *pstBuf,
