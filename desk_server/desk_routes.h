@@ -22,6 +22,11 @@ constexpr DeskRoute kDeskRoutes[] = {
     // path, method, upload, PreProc, Parse, Run, Format
     {"/api/v1/itgt/capability", "GET", false, nullptr, nullptr,
      "RunGetITGTCapability", "FormatGetITGTCapability"},
+    {"/api/v1/itgt/frame-osd", "GET", false, nullptr, nullptr,
+     "RunGetITGTFrameOSD", "FormatGetITGTFrameOSD"},
+    {"/api/v1/itgt/frame-osd", "PUT", false,
+     "PreProcPutITGTFrameOSD", "ParsePutITGTFrameOSD",
+     "RunPutITGTFrameOSD", "FormatPutITGTFrameOSD"},
     {"/api/v1/itgt/sys-back-language", "GET", false, nullptr, nullptr,
      "RunGetITGTSysBackLanguage", "FormatGetITGTSysBackLanguage"},
     {"/api/v1/itgt/sys-back-language", "PUT", false,

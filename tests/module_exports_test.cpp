@@ -71,6 +71,12 @@ TEST(ModuleExports, ExactlyTheStageFunctionsAndNothingElse) {
                                    "ParsePutITGTSysBackLanguage",
                                    "RunPutITGTSysBackLanguage",
                                    "FormatPutITGTSysBackLanguage",
+                                   "RunGetITGTFrameOSD",
+                                   "FormatGetITGTFrameOSD",
+                                   "PreProcPutITGTFrameOSD",
+                                   "ParsePutITGTFrameOSD",
+                                   "RunPutITGTFrameOSD",
+                                   "FormatPutITGTFrameOSD",
                                }));
 }
 

@@ -140,6 +140,21 @@ def case_backend_down_then_back(desk):
     expect(status == 200, f"after the simulator came back: {status}")
 
 
+def case_frame_osd(desk):
+    path = "/api/v1/itgt/frame-osd"
+    for business in ("TrafficDome", "Vlpr"):
+        query = f"ChannelId=2&OverlayPicType=1&BusinessType={business}"
+        status, before = desk.request("GET", path, query=query)
+        expect(status == 200 and before["channelId"] == 2, f"{business}: {status} {before}")
+        text = f"{business} road 7"
+        envelope(desk, "PUT", path, 200, 0, json.dumps({"roadIdOSD": {"osdContent": text}}), query)
+        _, after = desk.request("GET", path, query=query)
+        expect(after["roadIdOSD"]["osdContent"] == text, f"{business} after PUT: {after}")
+        before["roadIdOSD"]["osdContent"] = text
+        expect(after == before, f"{business}: more than the text changed")
+    envelope(desk, "GET", path, 500, -1, query="ChannelId=2&OverlayPicType=1&BusinessType=Face")
+
+
 def case_startup_errors(desk):
     common = os.path.join(os.path.dirname(desk.args.module), "..", "..", "common",
                           "libtalapicommon.so")

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "orbapi_itgt_module.h"
+#include "orbapi_itgt_records.h"
 #include "talapi_business_common.h"
 #include "talapi_common.h"
 
@@ -89,17 +90,6 @@ T *NewResultRecord(tagHTTP_HEADER_S *pstHeader, const char *pcStage, const char 
 
 // =============================================================================================
 // System back language of a channel: command 54
-
-// Language type; its values are the backend's and pass through unchecked.
-enum SYS_BACK_LANGUAGE : unsigned int {};
-
-struct VW_SYS_BACK_LANGUAGE_PARAM {
-    unsigned long long ulChannelId;
-    SYS_BACK_LANGUAGE enSysBackLanguage;
-};
-static_assert(sizeof(VW_SYS_BACK_LANGUAGE_PARAM) == 16, "16-byte wire record");
-static_assert(alignof(VW_SYS_BACK_LANGUAGE_PARAM) == 8, "8-aligned");
-static_assert(offsetof(VW_SYS_BACK_LANGUAGE_PARAM, enSysBackLanguage) == 8, "language at 8");
 
 template <>
 struct jsonSchema<VW_SYS_BACK_LANGUAGE_PARAM> {
@@ -201,51 +191,6 @@ ITGT_STAGE FormatPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, VW_RESULT_T
 // =============================================================================================
 // Intelligent capability set: command 31110, a direct exchange
 
-// One flag byte per intelligent function, each named as its JSON key; true when non-zero.
-struct ITGT_ABILITY_REST_API {
-    bool audio;
-    bool motionDetection;
-    bool Occlustion;
-    bool videoAnalysis;
-    bool autoTracking;
-    bool scensechange;
-    bool scenseAdapter;
-    bool outofFocus;
-    bool crowdAnalysis;
-    bool videoDiagnosis;
-    bool complexBehavior;
-    bool faceDetection;
-    bool faceRecog;
-    bool faceAttr;
-    bool vhdClassify;
-    bool bodyAttr;
-    bool nonmotorAttr;
-    bool vhdfaceMix;
-    bool humanCount;
-    bool heatMap;
-    bool crowdDensity;
-    bool queueDetect;
-    bool faceRecMMC;
-    bool onlineLearning;
-    bool imgQualEval;
-    bool omni;
-    bool vlpr;
-    bool vlprQfree;
-    bool trafficCampus;
-    bool parkingDetection;
-    bool trafficStatistics;
-    bool its;
-    bool itsEpolice;
-    bool illegalball;
-    bool trafficEvent;
-    bool itsSixinone;
-    bool itsPassage;
-    bool itsPedRunRed;
-};
-static_assert(sizeof(ITGT_ABILITY_REST_API) == 38, "38 flag bytes, no padding");
-static_assert(offsetof(ITGT_ABILITY_REST_API, heatMap) == 19, "heatMap at 19");
-static_assert(offsetof(ITGT_ABILITY_REST_API, itsPedRunRed) == 37, "itsPedRunRed last");
-
 template <>
 struct jsonSchema<ITGT_ABILITY_REST_API> {
     using T = ITGT_ABILITY_REST_API;
@@ -315,4 +260,222 @@ ITGT_STAGE FormatGetITGTCapability(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE e
         "%s[%s:%llu] 获取智能能力集失败.");
     return static_cast<VW_RESULT_TYPE>(
         FormatCommonResponse<ITGT_ABILITY_REST_API>(pstHeader, enResult, pstCtInt, pstBuf));
+}
+
+// =============================================================================================
+// Frame OSD of a channel and overlay picture type: command 20099 ("TrafficDome") or 20006
+// ("Vlpr")
+
+template <>
+struct jsonTextRecord<_CUSTOM_OSD_PARA_S> : std::true_type {};
+
+template <>
+struct jsonSchema<_CUSTOM_OSD_PARA_S> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&_CUSTOM_OSD_PARA_S::osdContent, "osdContent"));
+    }
+};
+
+template <>
+struct jsonSchema<_PIC_OSD_DETAILS> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&_PIC_OSD_DETAILS::prefixEnable, "prefixEnable"),
+                               member(&_PIC_OSD_DETAILS::prefixContent, "prefixContent"));
+    }
+};
+
+template <>
+struct jsonSchema<_TIME_OSD_PARA_S> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&_TIME_OSD_PARA_S::toMs, "toMs"),
+                               member(&_TIME_OSD_PARA_S::type, "type"));
+    }
+};
+
+template <>
+struct jsonSchema<_SECURITY_CODE_INFO_S> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&_SECURITY_CODE_INFO_S::securityCodePos, "securityCodePos"));
+    }
+};
+
+// The four arrays share picOSDNum; "picOSDNum" itself comes after them, so it decides last.
+template <>
+struct jsonSchema<_PIC_OSD_INFO_S> {
+    using T = _PIC_OSD_INFO_S;
+    static constexpr auto members() {
+        return std::make_tuple(
+            array_member(&T::picOSDNum, &T::picOSDType, "picOSDType"),
+            member(&T::osdLocation, "osdLocation"), member(&T::fontSize, "fontSize"),
+            member(&T::fontSizeExt, "fontSizeExt"), member(&T::fgColor, "fgColor"),
+            member(&T::fgAlpha, "fgAlpha"), member(&T::bgColor, "bgColor"),
+            member(&T::bgAlpha, "bgAlpha"), array_member(&T::picOSDNum, &T::spaceNum, "spaceNum"),
+            array_member(&T::picOSDNum, &T::warpNum, "warpNum"),
+            array_member(&T::picOSDNum, &T::picOsdDetail, "picOsdDetail"),
+            member(&T::picOSDNum, "picOSDNum"), member(&T::securityCodeInfo, "securityCodeInfo"));
+    }
+};
+
+template <>
+struct jsonSchema<_VW_PIC_OSD_PARA_S> {
+    using T = _VW_PIC_OSD_PARA_S;
+    static constexpr auto members() {
+        return std::make_tuple(
+            member(&T::channelId, "channelId"), member(&T::overlayType, "overlayType"),
+            member(&T::picOSDInfo, "picOSDInfo"), member(&T::timeOSD, "timeOSD"),
+            member(&T::roadIdOSD, "roadIdOSD"), member(&T::devIdOSD, "devIdOSD"),
+            member(&T::devIdOSD1, "devIdOSD1"), member(&T::dirIdOSD, "dirIdOSD"),
+            member(&T::dirOSD, "dirOSD"), member(&T::customOSD, "customOSD"),
+            member(&T::locateOSD, "locateOSD"), member(&T::monitorOSD, "monitorOSD"),
+            member(&T::laneOSD, "laneOSD"), member(&T::laneDirOSD, "laneDirOSD"),
+            member(&T::dirOSDParaEn, "dirOSDParaEn"), member(&T::enableLiveOSD, "enableLiveOSD"));
+    }
+};
+
+namespace {
+
+constexpr int kBusinessTypeLen = 40;
+
+// "BusinessType" of the request and the stage's entry trace naming it; 4 when it is missing.
+VW_RESULT_TYPE EnterFrameOsdStage(tagHTTP_HEADER_S *pstHeader, const char *pcStage,
+                                  char (&szBusiness)[kBusinessTypeLen]) {
+    if (GetURIQueryParamByKey<char>(pstHeader, "BusinessType", szBusiness, kBusinessTypeLen) !=
+        VW_RESULT_OK) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s: Query param BusinessType get failed", pcStage);
+        return VW_RESULT_PARAM_ERR;
+    }
+    TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter %s, businessType: %s", pcStage, szBusiness);
+    return VW_RESULT_OK;
+}
+
+// The command of a business type, by exact comparison; false for any other type.
+bool FrameOsdCommand(const char *pcBusiness, VW_CMD_TYPE *penCmd) {
+    if (strcmp(pcBusiness, "TrafficDome") == 0) {
+        *penCmd = VW_CMD_TRAFFIC_DOME_PIC_OSD;
+    } else if (strcmp(pcBusiness, "Vlpr") == 0) {
+        *penCmd = VW_CMD_VLPR_PIC_OSD;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// As EnterFrameOsdStage, then the command of the business type: -1, not logged, for another type.
+VW_RESULT_TYPE EnterFrameOsdCommand(tagHTTP_HEADER_S *pstHeader, const char *pcStage,
+                                    VW_CMD_TYPE *penCmd) {
+    char szBusiness[kBusinessTypeLen] = {};
+    VW_RESULT_TYPE enRet = EnterFrameOsdStage(pstHeader, pcStage, szBusiness);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    return FrameOsdCommand(szBusiness, penCmd) ? VW_RESULT_OK : VW_RESULT_FAIL;
+}
+
+VW_RESULT_TYPE InvalidFrameOsdParam() {
+    TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:Invalid Param");
+    return VW_RESULT_FAIL;
+}
+
+// The reading stage: "ChannelId", "OverlayPicType", "BusinessType" in that order, then the record
+// of that channel and overlay picture type from the business's command into *ppvDest.
+VW_RESULT_TYPE ReadFrameOsd(tagHTTP_HEADER_S *pstHeader, tagUNIX_SOCKET_S *pstUnixSocket,
+                            void **ppvDest, const char *pcStage) {
+    unsigned long long ullChannelId = 0;
+    unsigned int uiOverlayPicType = 0;
+    if (GetURIQueryParamByKey<unsigned long long>(pstHeader, "ChannelId", &ullChannelId) !=
+            VW_RESULT_OK ||
+        GetURIQueryParamByKey<unsigned int>(pstHeader, "OverlayPicType", &uiOverlayPicType) !=
+            VW_RESULT_OK) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s, Query param get failed", pcStage);
+        return VW_RESULT_PARAM_ERR;
+    }
+    VW_CMD_TYPE enCmd;
+    VW_RESULT_TYPE enRet = EnterFrameOsdCommand(pstHeader, pcStage, &enCmd);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    vwCmdBody stBody;
+    ZeroOrLog(&stBody, "memset_s cmdBody error");
+    stBody.ulChannelId = ullChannelId;  // the record's channelId and overlayType, in place
+    memcpy(stBody.aucParam, &uiOverlayPicType, sizeof(uiOverlayPicType));
+    return GetCommon(pstHeader, pstUnixSocket, enCmd, &stBody, ppvDest, 0, kPeerPath);
+}
+
+}  // namespace
+
+ITGT_STAGE RunGetITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
+                              tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+        return InvalidFrameOsdParam();
+    }
+    return ReadFrameOsd(pstHeader, pstClient->pstUnixSocket, &pstCtIn->pRunOut, __func__);
+}
+
+ITGT_STAGE FormatGetITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                 tagHTTP_CNTENT_INTER_S *pstCtInt, tagHTTP_BUF_S *pstBuf) {
+    if (pstHeader == nullptr || pstCtInt == nullptr || pstBuf == nullptr) {
+        return InvalidFrameOsdParam();
+    }
+    VW_CMD_TYPE enCmd;
+    VW_RESULT_TYPE enRet = EnterFrameOsdCommand(pstHeader, __func__, &enCmd);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    return static_cast<VW_RESULT_TYPE>(
+        FormatCommonResponse<_VW_PIC_OSD_PARA_S>(pstHeader, enResult, pstCtInt, pstBuf));
+}
+
+ITGT_STAGE PreProcPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagUNIX_SOCKET_S *pstUnixSocket,
+                                  tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstUnixSocket == nullptr || pstCtIn == nullptr) {
+        return InvalidFrameOsdParam();
+    }
+    return ReadFrameOsd(pstHeader, pstUnixSocket, &pstCtIn->pPreProcOut, __func__);
+}
+
+ITGT_STAGE ParsePutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagHTTP_BUF_S *pstBuf,
+                                tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstBuf == nullptr || pstCtIn == nullptr) {
+        return InvalidFrameOsdParam();
+    }
+    VW_CMD_TYPE enCmd;
+    VW_RESULT_TYPE enRet = EnterFrameOsdCommand(pstHeader, __func__, &enCmd);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    return ParseCommon<_VW_PIC_OSD_PARA_S>(pstHeader, pstBuf, pstCtIn);
+}
+
+ITGT_STAGE RunPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
+                              tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+        return InvalidFrameOsdParam();
+    }
+    VW_CMD_TYPE enCmd;
+    VW_RESULT_TYPE enRet = EnterFrameOsdCommand(pstHeader, __func__, &enCmd);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    // A body may set picOSDNum beyond the item capacity; such a record never reaches the daemon.
+    const auto *pstParam = static_cast<const _VW_PIC_OSD_PARA_S *>(pstCtIn->pParseOut);
+    if (pstParam != nullptr && pstParam->picOSDInfo.picOSDNum > PIC_OSD_ITEM_CAPACITY) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s: picOSDNum[%u] exceeds the %u items of a frame OSD",
+                   __func__, pstParam->picOSDInfo.picOSDNum, PIC_OSD_ITEM_CAPACITY);
+        return VW_RESULT_PARAM_ERR;
+    }
+    return SetCommon(pstHeader, pstCtIn->pParseOut, sizeof(_VW_PIC_OSD_PARA_S),
+                     pstClient->pstUnixSocket, enCmd, 0, kPeerPath);
+}
+
+ITGT_STAGE FormatPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                 tagHTTP_CNTENT_INTER_S *pstCtInt, tagHTTP_BUF_S *pstBuf) {
+    if (pstHeader == nullptr || pstCtInt == nullptr || pstBuf == nullptr) {
+        return InvalidFrameOsdParam();
+    }
+    char szBusiness[kBusinessTypeLen] = {};
+    VW_RESULT_TYPE enRet = EnterFrameOsdStage(pstHeader, __func__, szBusiness);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    return FormatCommonStatus(pstHeader, enResult, pstCtInt, pstBuf);
 }

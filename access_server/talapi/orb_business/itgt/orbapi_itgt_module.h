@@ -32,6 +32,28 @@ ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatPutITGTSysBackLanguage(tagHTTP_HEADER_S 
                                                                tagHTTP_CNTENT_INTER_S *pstCtInt,
                                                                tagHTTP_BUF_S *pstBuf);
 
+// Frame OSD: GET, PUT
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunGetITGTFrameOSD(tagHTTP_HEADER_S *pstHeader,
+                                                     tagHTTP_CLIENT_S *pstClient,
+                                                     tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatGetITGTFrameOSD(tagHTTP_HEADER_S *pstHeader,
+                                                        VW_RESULT_TYPE enResult,
+                                                        tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                        tagHTTP_BUF_S *pstBuf);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE PreProcPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader,
+                                                         tagUNIX_SOCKET_S *pstUnixSocket,
+                                                         tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE ParsePutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader,
+                                                       tagHTTP_BUF_S *pstBuf,
+                                                       tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader,
+                                                     tagHTTP_CLIENT_S *pstClient,
+                                                     tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader,
+                                                        VW_RESULT_TYPE enResult,
+                                                        tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                        tagHTTP_BUF_S *pstBuf);
+
 // Intelligent capability: GET
 ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunGetITGTCapability(tagHTTP_HEADER_S *pstHeader,
                                                        tagHTTP_CLIENT_S *pstClient,

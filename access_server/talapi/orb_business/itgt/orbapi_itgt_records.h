@@ -1,0 +1,171 @@
+// The module's records: the same bytes in memory, in the backend daemon's replies and in its
+// write commands (little-endian, natural alignment). Every size and offset is checked here, so a
+// layout slip fails the build on every target.
+#ifndef ORBAPI_ITGT_RECORDS_H
+#define ORBAPI_ITGT_RECORDS_H
+
+#include <cstddef>
+
+// System back language of a channel (command 54).
+// Language type; its values are the backend's and pass through unchecked.
+enum SYS_BACK_LANGUAGE : unsigned int {};
+
+struct VW_SYS_BACK_LANGUAGE_PARAM {
+    unsigned long long ulChannelId;
+    SYS_BACK_LANGUAGE enSysBackLanguage;
+};
+static_assert(sizeof(VW_SYS_BACK_LANGUAGE_PARAM) == 16, "16-byte wire record");
+static_assert(alignof(VW_SYS_BACK_LANGUAGE_PARAM) == 8, "8-aligned");
+static_assert(offsetof(VW_SYS_BACK_LANGUAGE_PARAM, enSysBackLanguage) == 8, "language at 8");
+
+// Intelligent capability set (command 31110).
+// One flag byte per intelligent function, each named as its JSON key; true when non-zero.
+struct ITGT_ABILITY_REST_API {
+    bool audio;
+    bool motionDetection;
+    bool Occlustion;
+    bool videoAnalysis;
+    bool autoTracking;
+    bool scensechange;
+    bool scenseAdapter;
+    bool outofFocus;
+    bool crowdAnalysis;
+    bool videoDiagnosis;
+    bool complexBehavior;
+    bool faceDetection;
+    bool faceRecog;
+    bool faceAttr;
+    bool vhdClassify;
+    bool bodyAttr;
+    bool nonmotorAttr;
+    bool vhdfaceMix;
+    bool humanCount;
+    bool heatMap;
+    bool crowdDensity;
+    bool queueDetect;
+    bool faceRecMMC;
+    bool onlineLearning;
+    bool imgQualEval;
+    bool omni;
+    bool vlpr;
+    bool vlprQfree;
+    bool trafficCampus;
+    bool parkingDetection;
+    bool trafficStatistics;
+    bool its;
+    bool itsEpolice;
+    bool illegalball;
+    bool trafficEvent;
+    bool itsSixinone;
+    bool itsPassage;
+    bool itsPedRunRed;
+};
+static_assert(sizeof(ITGT_ABILITY_REST_API) == 38, "38 flag bytes, no padding");
+static_assert(offsetof(ITGT_ABILITY_REST_API, heatMap) == 19, "heatMap at 19");
+static_assert(offsetof(ITGT_ABILITY_REST_API, itsPedRunRed) == 37, "itsPedRunRed last");
+
+// Frame OSD (commands 20099 "TrafficDome" and 20006 "Vlpr"): the text overlaid on snapshot
+// pictures, per channel and overlay picture type. Enumeration values are the backend's.
+constexpr unsigned int PIC_OSD_ITEM_CAPACITY = 37;
+
+enum VW_OVERLAY_PIC_TYPE_E : unsigned int {};
+enum VW_PIC_OSD_ITEM_E : unsigned int {};
+enum VW_OSD_LOCATION_E : unsigned int {};
+enum VW_OSD_FONT_SIZE_E : unsigned int {};
+enum FONT_SIZE_EXT_E : unsigned int {};
+enum VW_OSD_YMD_TYPE_E : unsigned int {};
+enum VW_SECURITY_CODE_POS_E : unsigned int {};
+
+// The prefix of one item.
+struct _PIC_OSD_DETAILS {
+    int prefixEnable;
+    char prefixContent[97];
+};
+static_assert(sizeof(_PIC_OSD_DETAILS) == 104 && alignof(_PIC_OSD_DETAILS) == 4, "104 bytes");
+static_assert(offsetof(_PIC_OSD_DETAILS, prefixContent) == 4, "prefix text at 4");
+
+struct _TIME_OSD_PARA_S {
+    int toMs;
+    VW_OSD_YMD_TYPE_E type;
+};
+static_assert(sizeof(_TIME_OSD_PARA_S) == 8 && offsetof(_TIME_OSD_PARA_S, type) == 4, "8 bytes");
+
+// One free-text item.
+struct _CUSTOM_OSD_PARA_S {
+    char osdContent[177];
+};
+static_assert(sizeof(_CUSTOM_OSD_PARA_S) == 177 && alignof(_CUSTOM_OSD_PARA_S) == 1, "177 bytes");
+
+struct _SECURITY_CODE_INFO_S {
+    VW_SECURITY_CODE_POS_E securityCodePos;
+};
+static_assert(sizeof(_SECURITY_CODE_INFO_S) == 4, "4 bytes");
+
+// The item list (picOSDNum items, described by the four arrays) and its common style.
+struct _PIC_OSD_INFO_S {
+    unsigned int picOSDNum;
+    VW_PIC_OSD_ITEM_E picOSDType[PIC_OSD_ITEM_CAPACITY];
+    VW_OSD_LOCATION_E osdLocation;
+    VW_OSD_FONT_SIZE_E fontSize;
+    FONT_SIZE_EXT_E fontSizeExt;
+    unsigned long long fgColor;
+    unsigned char fgAlpha;
+    unsigned long long bgColor;
+    unsigned char bgAlpha;
+    unsigned long long spaceNum[PIC_OSD_ITEM_CAPACITY];
+    unsigned long long warpNum[PIC_OSD_ITEM_CAPACITY];
+    _PIC_OSD_DETAILS picOsdDetail[PIC_OSD_ITEM_CAPACITY];
+    _SECURITY_CODE_INFO_S securityCodeInfo;
+    unsigned char aucUnmapped[4];  // the backend's; never written by the module
+};
+static_assert(sizeof(_PIC_OSD_INFO_S) == 4648 && alignof(_PIC_OSD_INFO_S) == 8, "4648 bytes");
+static_assert(offsetof(_PIC_OSD_INFO_S, picOSDType) == 4, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, osdLocation) == 152, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, fontSize) == 156, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, fontSizeExt) == 160, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, fgColor) == 168, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, fgAlpha) == 176, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, bgColor) == 184, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, bgAlpha) == 192, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, spaceNum) == 200, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, warpNum) == 496, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, picOsdDetail) == 792, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, securityCodeInfo) == 4640, "layout");
+static_assert(offsetof(_PIC_OSD_INFO_S, aucUnmapped) == 4644, "layout");
+
+struct _VW_PIC_OSD_PARA_S {
+    unsigned long long channelId;
+    VW_OVERLAY_PIC_TYPE_E overlayType;
+    _PIC_OSD_INFO_S picOSDInfo;
+    _TIME_OSD_PARA_S timeOSD;
+    _CUSTOM_OSD_PARA_S roadIdOSD;
+    _CUSTOM_OSD_PARA_S devIdOSD;
+    _CUSTOM_OSD_PARA_S devIdOSD1;
+    _CUSTOM_OSD_PARA_S dirIdOSD;
+    _CUSTOM_OSD_PARA_S dirOSD;
+    _CUSTOM_OSD_PARA_S customOSD;
+    _CUSTOM_OSD_PARA_S locateOSD;
+    _CUSTOM_OSD_PARA_S monitorOSD;
+    _CUSTOM_OSD_PARA_S laneOSD;
+    _CUSTOM_OSD_PARA_S laneDirOSD;
+    int dirOSDParaEn;
+    int enableLiveOSD;
+};
+static_assert(sizeof(_VW_PIC_OSD_PARA_S) == 6456 && alignof(_VW_PIC_OSD_PARA_S) == 8, "6456");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, overlayType) == 8, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, picOSDInfo) == 16, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, timeOSD) == 4664, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, roadIdOSD) == 4672, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, devIdOSD) == 4849, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, devIdOSD1) == 5026, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, dirIdOSD) == 5203, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, dirOSD) == 5380, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, customOSD) == 5557, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, locateOSD) == 5734, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, monitorOSD) == 5911, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, laneOSD) == 6088, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, laneDirOSD) == 6265, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, dirOSDParaEn) == 6444, "layout");
+static_assert(offsetof(_VW_PIC_OSD_PARA_S, enableLiveOSD) == 6448, "layout");
+
+#endif
