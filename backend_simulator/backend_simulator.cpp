@@ -34,8 +34,9 @@ constexpr const char *kUsage =
     "  --peer PATH   the daemon's socket path (default /tmp/A); like every path the host uses,\n"
     "                it is taken under $TALAPI_SOCKET_ROOT when that is set\n"
     "  --verbose     one stderr line per request\n"
-    "Security code verification (command 20101) checks the picture /tmp/securityCode.jpg (also\n"
-    "under $TALAPI_SOCKET_ROOT): verdict 4502 when it starts FF D8 and ends with the end-of-image\n"
+    "Security code verification (command 20101) checks the picture the module moved to its fixed\n"
+    "path /tmp/securityCode.jpg (never redirected: the module names it directly): verdict 4502\n"
+    "when it starts FF D8 and ends with the end-of-image\n"
     "marker FF D9, 4501 when it is there but does not (truncated or altered), and Result 4 (no\n"
     "verdict) when it is missing or unreadable.\n";
 
@@ -225,9 +226,8 @@ int main(int argc, char **argv) {
     }
 
     char szSocket[sizeof(sockaddr_un::sun_path)];
-    char szPicture[4096];
-    if (UnixSocketResolvePeerPath(strPeer.c_str(), szSocket, sizeof(szSocket)) != 0 ||
-        UnixSocketResolvePeerPath(SIM_SECURITY_PICTURE_PATH, szPicture, sizeof(szPicture)) != 0) {
+    const char *szPicture = SIM_SECURITY_PICTURE_PATH;
+    if (UnixSocketResolvePeerPath(strPeer.c_str(), szSocket, sizeof(szSocket)) != 0) {
         SimLog("cannot bind: socket path for %s is too long", strPeer.c_str());
         return 1;
     }

@@ -77,6 +77,16 @@ TEST(ModuleExports, ExactlyTheStageFunctionsAndNothingElse) {
                                    "ParsePutITGTFrameOSD",
                                    "RunPutITGTFrameOSD",
                                    "FormatPutITGTFrameOSD",
+                                   "RunGetITGTVideoVehicleDetector",
+                                   "FormatGetITGTVideoVehicleDetector",
+                                   "PreProcPutITGTVideoVehicleDetector",
+                                   "ParsePutITGTVideoVehicleDetector",
+                                   "RunPutITGTVideoVehicleDetector",
+                                   "FormatPutITGTVideoVehicleDetector",
+                                   "RunGetITGTOsdCapability",
+                                   "FormatGetITGTOsdCapability",
+                                   "RunPostITGTSecurityCodeVerify",
+                                   "FormatPostITGTSecurityCodeVerify",
                                }));
 }
 

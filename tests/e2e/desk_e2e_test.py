@@ -60,13 +60,14 @@ class Desk:
                 process.wait(timeout=10)
         subprocess.run(["rm", "-rf", self.root], check=False)
 
-    def request(self, method, path, body=None, query=""):
+    def request(self, method, path, body=None, query="", upload=None):
         """curl's answer as (status, parsed JSON); the JSON is checked against the API."""
         url = f"http://127.0.0.1:{self.port}{path}" + (f"?{query}" if query else "")
+        kind = "image/jpeg" if upload else "application/json"
         command = ["curl", "-sS", "-m", "20", "-X", method, "-o", "-", "-w", "\n%{http_code}",
-                   "-H", "Content-Type: application/json", url]
-        if body is not None:
-            command += ["--data-binary", "@-"]
+                   "-H", f"Content-Type: {kind}", url]
+        if body is not None or upload:
+            command += ["--data-binary", "@" + (upload or "-")]
         done = subprocess.run(command, input=body, capture_output=True, text=True, check=True)
         text, status = done.stdout.rsplit("\n", 1)
         document = json.loads(text)
@@ -153,6 +154,35 @@ def case_frame_osd(desk):
         before["roadIdOSD"]["osdContent"] = text
         expect(after == before, f"{business}: more than the text changed")
     envelope(desk, "GET", path, 500, -1, query="ChannelId=2&OverlayPicType=1&BusinessType=Face")
+
+
+def case_detector_and_osd_capability(desk):
+    path = "/api/v1/itgt/video-vehicle-detector"
+    _, before = desk.request("GET", path, query="ChannelId=1")
+    envelope(desk, "PUT", path, 200, 0, '{"rectInfo": {"x": 77}}', "ChannelId=1")
+    _, after = desk.request("GET", path, query="ChannelId=1")
+    before["rectInfo"]["x"] = 77
+    expect(after == before, f"detector after PUT: {after}")
+    status, matrix = desk.request("GET", "/api/v1/itgt/osd-capability", query="ChannelId=101")
+    expect(status == 200 and len(matrix["Vlpr"]) == 36, f"osd capability: {status}")
+    envelope(desk, "GET", "/api/v1/itgt/osd-capability", 404, 6, query="ChannelId=1")
+
+
+def case_security_code_verify(desk):
+    path = "/api/v1/itgt/security-code-verify"
+    rows = [(b"\xff\xd8" + b"picture" * 20 + b"\xff\xd9", 200, 4502),
+            (b"\xff\xd8" + b"truncated" * 20, 200, 4501),
+            (b"\x89PNG\r\n\x1a\n" + b"png" * 20, 400, None)]
+    for picture, status, verdict in rows:
+        upload = os.path.join(desk.root, "upload.jpg")
+        with open(upload, "wb") as upload_file:
+            upload_file.write(picture)
+        got_status, document = desk.request("POST", path, query="ChannelId=3", upload=upload)
+        expect(got_status == status, f"verify: HTTP {got_status} {document}")
+        if verdict is not None:
+            expect(document == {"channelId": 3, "verifyResult": verdict}, f"verify: {document}")
+    leftovers = [name for name in os.listdir("/tmp") if name.startswith("talapi-upload-")]
+    expect(not leftovers, f"uploads left behind: {leftovers}")
 
 
 def case_startup_errors(desk):

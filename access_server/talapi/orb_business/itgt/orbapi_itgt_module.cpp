@@ -5,8 +5,13 @@
 // Ownership: records stored in the interchange record (pPreProcOut, pParseOut, pRunOut) belong to
 // the request and are released by the access server with free after the Format stage; a stage
 // frees only what it allocated and did not store.
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "orbapi_itgt_module.h"
 #include "orbapi_itgt_records.h"
@@ -478,4 +483,300 @@ ITGT_STAGE FormatPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enR
         return enRet;
     }
     return FormatCommonStatus(pstHeader, enResult, pstCtInt, pstBuf);
+}
+
+// =============================================================================================
+// Video vehicle detector of a channel: command 20100
+
+template <>
+struct jsonSchema<VW_RECT_INFO> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&VW_RECT_INFO::sX, "x"), member(&VW_RECT_INFO::sY, "y"),
+                               member(&VW_RECT_INFO::sWidth, "width"),
+                               member(&VW_RECT_INFO::sHeight, "height"));
+    }
+};
+
+template <>
+struct jsonSchema<VW_TRAFFIC_FLOW_PARA> {
+    using T = VW_TRAFFIC_FLOW_PARA;
+    static constexpr auto members() {
+        return std::make_tuple(member(&T::ulChannelId, "channelId"), member(&T::iEnable, "enable"),
+                               member(&T::stRectInfo, "rectInfo"));
+    }
+};
+
+ITGT_STAGE RunGetITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
+                                          tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+        return InvalidStageParam(__func__, pstHeader, pstClient, pstCtIn);
+    }
+    return ReadChannelRecord(pstHeader, pstClient->pstUnixSocket, VW_CMD_VIDEO_VEHICLE_DETECTOR,
+                             &pstCtIn->pRunOut, __func__, "memset_s", nullptr);
+}
+
+ITGT_STAGE FormatGetITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                             tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                             tagHTTP_BUF_S *pstBuf) {
+    if (pstHeader != nullptr) {
+        ITGT_OPERATION_LOG(
+            pstHeader, enResult == VW_RESULT_OK, "%s[%s:%llu] Get TrafficFlow Params Success.",
+            "%s[%s:%llu] 获取视频车检器参数成功.", "%s[%s:%llu] Get TrafficFlow Params FAIL.",
+            "%s[%s:%llu] 获取视频车检器参数失败.");
+    }
+    return static_cast<VW_RESULT_TYPE>(
+        FormatCommonResponse<VW_TRAFFIC_FLOW_PARA>(pstHeader, enResult, pstCtInt, pstBuf));
+}
+
+ITGT_STAGE PreProcPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader,
+                                              tagUNIX_SOCKET_S *pstUnixSocket,
+                                              tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstUnixSocket == nullptr || pstCtIn == nullptr) {
+        return InvalidStageParam(__func__, pstHeader, pstUnixSocket, pstCtIn);
+    }
+    return ReadChannelRecord(pstHeader, pstUnixSocket, VW_CMD_VIDEO_VEHICLE_DETECTOR,
+                             &pstCtIn->pPreProcOut, __func__, "memset_s", nullptr);
+}
+
+ITGT_STAGE ParsePutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, tagHTTP_BUF_S *pstBuf,
+                                            tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    return ParseCommon<VW_TRAFFIC_FLOW_PARA>(pstHeader, pstBuf, pstCtIn);
+}
+
+ITGT_STAGE RunPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
+                                          tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+        return InvalidStageParam(__func__, pstHeader, pstClient, pstCtIn);
+    }
+    return SetCommon(pstHeader, pstCtIn->pParseOut, sizeof(VW_TRAFFIC_FLOW_PARA),
+                     pstClient->pstUnixSocket, VW_CMD_VIDEO_VEHICLE_DETECTOR, 0, kPeerPath);
+}
+
+ITGT_STAGE FormatPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                             tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                             tagHTTP_BUF_S *pstBuf) {
+    if (pstHeader != nullptr) {
+        ITGT_OPERATION_LOG(
+            pstHeader, enResult == VW_RESULT_OK, "%s[%s:%llu] Put TrafficFlow Params Success.",
+            "%s[%s:%llu] 设置视频车检器参数成功.", "%s[%s:%llu] Put TrafficFlow Params FAIL.",
+            "%s[%s:%llu] 设置视频车检器参数失败.");
+    }
+    return FormatCommonStatus(pstHeader, enResult, pstCtInt, pstBuf);
+}
+
+// =============================================================================================
+// OSD capability: command 31111, served for channel 101 only
+
+template <>
+struct jsonSchema<_tagPIC_OSD_TYPE> {
+    using T = _tagPIC_OSD_TYPE;
+    static constexpr auto members() {
+        return std::make_tuple(member(&T::original, "original"), member(&T::synthesis, "synthesis"),
+                               member(&T::feature, "feature"));
+    }
+};
+
+template <>
+struct jsonSchema<_tagPIC_OSD_ABILITY> {
+    using T = _tagPIC_OSD_ABILITY;
+    static constexpr auto members() {
+        return std::make_tuple(
+            member(&T::TimeOSD, "TimeOSD"), member(&T::PlateIdOSD, "PlateIdOSD"),
+            member(&T::VehicleTypeOSD, "VehicleTypeOSD"), member(&T::LaneIdOSD, "LaneIdOSD"),
+            member(&T::PlateColorOSD, "PlateColorOSD"),
+            member(&T::VehicleColorOSD, "VehicleColorOSD"), member(&T::RoadIdOSD, "RoadIdOSD"),
+            member(&T::DevIdOSD, "DevIdOSD"), member(&T::DirIdOSD, "DirIdOSD"),
+            member(&T::DirOSD, "DirOSD"), member(&T::CustomOSD, "CustomOSD"),
+            member(&T::SecurityCodeOSD, "SecurityCodeOSD"),
+            member(&T::Per_Brand_Type_OSD, "Per_Brand_Type_OSD"),
+            member(&T::Sub_Brand_Type_OSD, "Sub_Brand_Type_OSD"),
+            member(&T::Year_Brand_Type_OSD, "Year_Brand_Type_OSD"),
+            member(&T::LocateDescOSD, "LocateDescOSD"),
+            member(&T::MonitorInfoOSD, "MonitorInfoOSD"), member(&T::BrandInfoOSD, "BrandInfoOSD"),
+            member(&T::SpeedOSD, "SpeedOSD"), member(&T::LaneDescOSD, "LaneDescOSD"),
+            member(&T::PicNumOSD, "PicNumOSD"), member(&T::IllegalNumOSD, "IllegalNumOSD"),
+            member(&T::IllegalDescOSD, "IllegalDescOSD"),
+            member(&T::SpeedLimitOSD, "SpeedLimitOSD"),
+            member(&T::IllegalSpeedOSD, "IllegalSpeedOSD"),
+            member(&T::LaneDirDescOSD, "LaneDirDescOSD"),
+            member(&T::VehicleLenOSD, "VehicleLenOSD"),
+            member(&T::RedLightStartOSD, "RedLightStartOSD"),
+            member(&T::RedLightEndOSD, "RedLightEndOSD"),
+            member(&T::RedLightPeriodOSD, "RedLightPeriodOSD"),
+            member(&T::SnapTrigTypeOSD, "SnapTrigTypeOSD"),
+            member(&T::VehicleMFRTypeOSD, "VehicleMFRTypeOSD"),
+            member(&T::RadarDirDescOsd, "RadarDirDescOsd"),
+            member(&T::VehicleDirOSD, "VehicleDirOSD"),
+            member(&T::VehicleTypeExtOSD, "VehicleTypeExtOSD"),
+            member(&T::ShelterPlateOSD, "ShelterPlateOSD"));
+    }
+};
+
+template <>
+struct jsonSchema<_tagITGT_OSD_ABILITY_REST_API_S> {
+    using T = _tagITGT_OSD_ABILITY_REST_API_S;
+    static constexpr auto members() {
+        return std::make_tuple(member(&T::TrafficDome, "TrafficDome"), member(&T::Vlpr, "Vlpr"),
+                               member(&T::Vhd, "Vhd"), member(&T::Face, "Face"));
+    }
+};
+
+namespace {
+constexpr unsigned long long kOsdCapabilityChannel = 101;
+}
+
+ITGT_STAGE RunGetITGTOsdCapability(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
+                                   tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter RunGetITGTOsdCapability");
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+        return InvalidStageParam(__func__, pstHeader, pstClient, pstCtIn);
+    }
+    unsigned long long ullChannelId = 0;
+    if (GetURIQueryParamByKey<unsigned long long>(pstHeader, "ChannelId", &ullChannelId) !=
+        VW_RESULT_OK) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s, Query param get failed", __func__);
+        return VW_RESULT_PARAM_ERR;
+    }
+    if (ullChannelId != kOsdCapabilityChannel) {
+        return VW_RESULT_NOT_SUPPORT;
+    }
+    vwCmdBody stBody;  // all zero: the command addresses no channel
+    ZeroOrLog(&stBody, "memset_s");
+    return GetCommon(pstHeader, pstClient->pstUnixSocket, VW_CMD_ITGT_OSD_CAPABILITY, &stBody,
+                     &pstCtIn->pRunOut, 0, kPeerPath);
+}
+
+ITGT_STAGE FormatGetITGTOsdCapability(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                      tagHTTP_CNTENT_INTER_S *pstCtInt, tagHTTP_BUF_S *pstBuf) {
+    TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter FormatGetITGTOsdCapability");
+    return static_cast<VW_RESULT_TYPE>(FormatCommonResponse<_tagITGT_OSD_ABILITY_REST_API_S>(
+        pstHeader, enResult, pstCtInt, pstBuf));
+}
+
+// =============================================================================================
+// Security code verification of an uploaded picture: command 20101, a direct exchange
+
+template <>
+struct jsonSchema<VerifyResultParam> {
+    static constexpr auto members() {
+        return std::make_tuple(member(&VerifyResultParam::channelId, "channelId"),
+                               member(&VerifyResultParam::verifyResult, "verifyResult"));
+    }
+};
+
+namespace {
+
+// Every verification moves its picture to this one path, where the backend looks for it.
+constexpr char kSecurityCodePicture[] = "/tmp/securityCode.jpg";
+
+// Held by a verification from the move of its picture to the backend's reply, so that
+// overlapping requests never verify each other's picture. The module's only lock.
+std::mutex g_securityCodePictureLock;
+
+// Whether the file at pcPath opens and starts with the JPEG start-of-image marker; the test reads
+// the first 8 bytes as one item, so a shorter file fails. 4 (logged) when it does not.
+VW_RESULT_TYPE CheckJpegUpload(const char *pcPath) {
+    if (access(pcPath, F_OK) != 0) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s not exist", pcPath);
+        return VW_RESULT_PARAM_ERR;
+    }
+    TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:%s exist", pcPath);
+    FILE *pstFile = fopen(pcPath, "r");
+    if (pstFile == nullptr) {
+        TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:%s open failed", pcPath);
+        return VW_RESULT_PARAM_ERR;
+    }
+    unsigned char aucHead[8];
+    if (fread(aucHead, sizeof(aucHead), 1, pstFile) != 1) {
+        TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:%s fread failed", pcPath);
+        fclose(pstFile);
+        return VW_RESULT_PARAM_ERR;
+    }
+    fclose(pstFile);
+    if (aucHead[0] != 0xFF || aucHead[1] != 0xD8) {
+        TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:%s is not jpg", pcPath);
+        return VW_RESULT_PARAM_ERR;
+    }
+    return VW_RESULT_OK;
+}
+
+// Moves the upload to the fixed path (an upload that cannot be moved is deleted) and names that
+// path in packetName.
+void MoveToSecurityCodePicture(tagHTTP_CLIENT_S *pstClient) {
+    char *pcUpload = pstClient->packetName;
+    if (rename(pcUpload, kSecurityCodePicture) != 0) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:rename from (%s) -> (%s) faild:errInfo = %s", pcUpload,
+                   kSecurityCodePicture, strerror(errno));
+        int iRet = unlink(pcUpload);
+        if (iRet != 0) {
+            TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:RemoveFile<%s> failed:ret = %d", pcUpload, iRet);
+        }
+    }
+    if (strncpy_s(pcUpload, sizeof(pstClient->packetName), kSecurityCodePicture,
+                  strlen(kSecurityCodePicture)) != 0) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:Fail to strncpy_s packetName\n");
+    }
+}
+
+}  // namespace
+
+ITGT_STAGE RunPostITGTSecurityCodeVerify(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
+                                         tagHTTP_CNTENT_INTER_S *pstCtIn) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:invalid param, header[%p] client[%p] ctIn[%p]",
+                   Ptr(pstHeader), Ptr(pstClient), Ptr(pstCtIn));
+        return VW_RESULT_FAIL;
+    }
+    MSG_DATA stReply;
+    ZeroOrLog(&stReply, "memset_s");
+    VW_RESULT_TYPE enRet = CheckJpegUpload(pstClient->packetName);
+    if (enRet != VW_RESULT_OK) {
+        return enRet;
+    }
+    long long llStatus;
+    {
+        std::lock_guard<std::mutex> lock(g_securityCodePictureLock);
+        MoveToSecurityCodePicture(pstClient);
+        // The command body is what the access server left in pParseOut.
+        llStatus = RestSendSynUnixMsg(kPeerPath, VW_MSG_SYN_REQUEST, VW_CMD_SECURITY_CODE_VERIFY,
+                                      static_cast<const vwCmdBody *>(pstCtIn->pParseOut),
+                                      pstClient->pstUnixSocket, &stReply, 0);
+    }
+    if (llStatus != 0) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s: Send SynUnixMsg for set cmd[%d] failed", __func__,
+                   VW_CMD_SECURITY_CODE_VERIFY);
+        return VW_RESULT_SEND_FAIL;
+    }
+    if (stReply.Result != 0) {
+        TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:RestSendSynUnixMsg Result[%d] is not match 0",
+                   stReply.Result);
+        return static_cast<VW_RESULT_TYPE>(stReply.Result);
+    }
+    auto *pstVerify = NewResultRecord<VerifyResultParam>(pstHeader, __func__, "memset_s Fail");
+    if (pstVerify == nullptr) {
+        return VW_RESULT_NO_MEMORY;
+    }
+    // Channel and verdict; the last 4 bytes stay zero.
+    memcpy(pstVerify, stReply.aucPayload, offsetof(VerifyResultParam, verifyResult) + sizeof(int));
+    pstCtIn->pRunOut = pstVerify;
+    return VW_RESULT_OK;
+}
+
+ITGT_STAGE FormatPostITGTSecurityCodeVerify(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                            tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                            tagHTTP_BUF_S *pstBuf) {
+    void *pvRunOut = pstCtInt != nullptr ? pstCtInt->pRunOut : nullptr;
+    if (pstHeader == nullptr || pstCtInt == nullptr || pstBuf == nullptr || pvRunOut == nullptr) {
+        TALAPI_LOG(VW_LOG_ERROR,
+                   "[TALAPI]:%s: invalid param, header[%p] ctInt[%p] buf[%p] pRunOut[%p]", __func__,
+                   Ptr(pstHeader), Ptr(pstCtInt), Ptr(pstBuf), pvRunOut);
+        return VW_RESULT_FAIL;
+    }
+    const auto *pstVerify = static_cast<const VerifyResultParam *>(pvRunOut);
+    ITGT_OPERATION_LOG(pstHeader, pstVerify->verifyResult == SECURITY_CODE_VERIFY_PASSED,
+                       "%s[%s:%llu] Post SecurityCode Successfully.",
+                       "%s[%s:%llu] 智能图片防伪码校验成功.", "%s[%s:%llu] Post SecurityCode fail.",
+                       "%s[%s:%llu] 智能图片防伪码校验失败.");
+    return static_cast<VW_RESULT_TYPE>(
+        FormatCommonResponse<VerifyResultParam>(pstHeader, enResult, pstCtInt, pstBuf));
 }

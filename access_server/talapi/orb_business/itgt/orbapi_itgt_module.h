@@ -62,6 +62,43 @@ ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatGetITGTCapability(tagHTTP_HEADER_S *pstH
                                                           VW_RESULT_TYPE enResult,
                                                           tagHTTP_CNTENT_INTER_S *pstCtInt,
                                                           tagHTTP_BUF_S *pstBuf);
+
+// Video vehicle detector: GET, PUT
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunGetITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader,
+                                                                 tagHTTP_CLIENT_S *pstClient,
+                                                                 tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE
+FormatGetITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                  tagHTTP_CNTENT_INTER_S *pstCtInt, tagHTTP_BUF_S *pstBuf);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE PreProcPutITGTVideoVehicleDetector(
+    tagHTTP_HEADER_S *pstHeader, tagUNIX_SOCKET_S *pstUnixSocket, tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE ParsePutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader,
+                                                                   tagHTTP_BUF_S *pstBuf,
+                                                                   tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader,
+                                                                 tagHTTP_CLIENT_S *pstClient,
+                                                                 tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE
+FormatPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enResult,
+                                  tagHTTP_CNTENT_INTER_S *pstCtInt, tagHTTP_BUF_S *pstBuf);
+
+// OSD capability: GET
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunGetITGTOsdCapability(tagHTTP_HEADER_S *pstHeader,
+                                                          tagHTTP_CLIENT_S *pstClient,
+                                                          tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatGetITGTOsdCapability(tagHTTP_HEADER_S *pstHeader,
+                                                             VW_RESULT_TYPE enResult,
+                                                             tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                             tagHTTP_BUF_S *pstBuf);
+
+// Security code verification: POST of a JPEG picture
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE RunPostITGTSecurityCodeVerify(tagHTTP_HEADER_S *pstHeader,
+                                                                tagHTTP_CLIENT_S *pstClient,
+                                                                tagHTTP_CNTENT_INTER_S *pstCtIn);
+ORBAPI_ITGT_EXPORT VW_RESULT_TYPE FormatPostITGTSecurityCodeVerify(tagHTTP_HEADER_S *pstHeader,
+                                                                   VW_RESULT_TYPE enResult,
+                                                                   tagHTTP_CNTENT_INTER_S *pstCtInt,
+                                                                   tagHTTP_BUF_S *pstBuf);
 }
 
 #endif

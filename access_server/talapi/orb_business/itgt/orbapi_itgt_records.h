@@ -168,4 +168,94 @@ static_assert(offsetof(_VW_PIC_OSD_PARA_S, laneDirOSD) == 6265, "layout");
 static_assert(offsetof(_VW_PIC_OSD_PARA_S, dirOSDParaEn) == 6444, "layout");
 static_assert(offsetof(_VW_PIC_OSD_PARA_S, enableLiveOSD) == 6448, "layout");
 
+// Video vehicle detector of a channel (command 20100): its switch and detection region.
+struct VW_RECT_INFO {
+    short sX;
+    short sY;
+    short sWidth;
+    short sHeight;
+};
+static_assert(sizeof(VW_RECT_INFO) == 8 && offsetof(VW_RECT_INFO, sHeight) == 6, "8 bytes");
+
+struct VW_TRAFFIC_FLOW_PARA {
+    unsigned long long ulChannelId;
+    int iEnable;
+    VW_RECT_INFO stRectInfo;
+};
+static_assert(sizeof(VW_TRAFFIC_FLOW_PARA) == 24 && alignof(VW_TRAFFIC_FLOW_PARA) == 8, "24 bytes");
+static_assert(offsetof(VW_TRAFFIC_FLOW_PARA, iEnable) == 8, "enable at 8");
+static_assert(offsetof(VW_TRAFFIC_FLOW_PARA, stRectInfo) == 12, "region at 12");
+
+// OSD capability (command 31111): for each business, which OSD item can be overlaid on which
+// picture kind; one flag byte each, true when non-zero, each named as its JSON key.
+struct _tagPIC_OSD_TYPE {
+    bool original;
+    bool synthesis;
+    bool feature;
+};
+static_assert(sizeof(_tagPIC_OSD_TYPE) == 3, "3 flags");
+
+struct _tagPIC_OSD_ABILITY {
+    _tagPIC_OSD_TYPE TimeOSD;
+    _tagPIC_OSD_TYPE PlateIdOSD;
+    _tagPIC_OSD_TYPE VehicleTypeOSD;
+    _tagPIC_OSD_TYPE LaneIdOSD;
+    _tagPIC_OSD_TYPE PlateColorOSD;
+    _tagPIC_OSD_TYPE VehicleColorOSD;
+    _tagPIC_OSD_TYPE RoadIdOSD;
+    _tagPIC_OSD_TYPE DevIdOSD;
+    _tagPIC_OSD_TYPE DirIdOSD;
+    _tagPIC_OSD_TYPE DirOSD;
+    _tagPIC_OSD_TYPE CustomOSD;
+    _tagPIC_OSD_TYPE SecurityCodeOSD;
+    _tagPIC_OSD_TYPE Per_Brand_Type_OSD;
+    _tagPIC_OSD_TYPE Sub_Brand_Type_OSD;
+    _tagPIC_OSD_TYPE Year_Brand_Type_OSD;
+    _tagPIC_OSD_TYPE LocateDescOSD;
+    _tagPIC_OSD_TYPE MonitorInfoOSD;
+    _tagPIC_OSD_TYPE BrandInfoOSD;
+    _tagPIC_OSD_TYPE SpeedOSD;
+    _tagPIC_OSD_TYPE LaneDescOSD;
+    _tagPIC_OSD_TYPE PicNumOSD;
+    _tagPIC_OSD_TYPE IllegalNumOSD;
+    _tagPIC_OSD_TYPE IllegalDescOSD;
+    _tagPIC_OSD_TYPE SpeedLimitOSD;
+    _tagPIC_OSD_TYPE IllegalSpeedOSD;
+    _tagPIC_OSD_TYPE LaneDirDescOSD;
+    _tagPIC_OSD_TYPE VehicleLenOSD;
+    _tagPIC_OSD_TYPE RedLightStartOSD;
+    _tagPIC_OSD_TYPE RedLightEndOSD;
+    _tagPIC_OSD_TYPE RedLightPeriodOSD;
+    _tagPIC_OSD_TYPE SnapTrigTypeOSD;
+    _tagPIC_OSD_TYPE VehicleMFRTypeOSD;
+    _tagPIC_OSD_TYPE RadarDirDescOsd;
+    _tagPIC_OSD_TYPE VehicleDirOSD;
+    _tagPIC_OSD_TYPE VehicleTypeExtOSD;
+    _tagPIC_OSD_TYPE ShelterPlateOSD;
+};
+static_assert(sizeof(_tagPIC_OSD_ABILITY) == 108, "36 items of 3 flags");
+static_assert(offsetof(_tagPIC_OSD_ABILITY, SecurityCodeOSD) == 3 * 11, "item k at 3k");
+static_assert(offsetof(_tagPIC_OSD_ABILITY, ShelterPlateOSD) == 3 * 35, "item k at 3k");
+
+struct _tagITGT_OSD_ABILITY_REST_API_S {
+    _tagPIC_OSD_ABILITY TrafficDome;
+    _tagPIC_OSD_ABILITY Vlpr;
+    _tagPIC_OSD_ABILITY Vhd;
+    _tagPIC_OSD_ABILITY Face;
+};
+static_assert(sizeof(_tagITGT_OSD_ABILITY_REST_API_S) == 432, "4 businesses");
+static_assert(offsetof(_tagITGT_OSD_ABILITY_REST_API_S, Vlpr) == 108, "layout");
+static_assert(offsetof(_tagITGT_OSD_ABILITY_REST_API_S, Vhd) == 216, "layout");
+static_assert(offsetof(_tagITGT_OSD_ABILITY_REST_API_S, Face) == 324, "layout");
+
+// Security code verification (command 20101): the backend's verdict; 4502 passes.
+constexpr int SECURITY_CODE_VERIFY_PASSED = 4502;
+
+struct VerifyResultParam {
+    unsigned long long channelId;
+    int verifyResult;
+};
+static_assert(sizeof(VerifyResultParam) == 16 && offsetof(VerifyResultParam, verifyResult) == 8,
+              "16 bytes");
+
 #endif
