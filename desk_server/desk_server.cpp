@@ -355,6 +355,10 @@ int HandleRequest(mg_connection *pstConn, void *pvServer) {
         return SendEnvelope(pstConn, pstHeader, stRoute.bUpload ? 500 : 400,
                             stRoute.bUpload ? VW_RESULT_FAIL : VW_RESULT_PARAM_ERR);
     }
+    // The module reads the body as a C string; a NUL byte (never valid in JSON) would cut it.
+    if (strBody.find('\0') != std::string::npos) {
+        return SendEnvelope(pstConn, pstHeader, 400, VW_RESULT_PARAM_ERR);
+    }
 
     std::string strResponse;
     tagHTTP_BUF_S stIn{nullptr, nullptr, &strBody[0]};  // NUL-terminated by std::string

@@ -38,8 +38,9 @@ class Desk:
         with open(args.api) as api_file:
             self.api = yaml.safe_load(api_file)
 
-    def launch(self, command):
-        process = subprocess.Popen(command, env=self.env, stdout=subprocess.PIPE, text=True)
+    def launch(self, command, stderr=None):
+        process = subprocess.Popen(command, env=self.env, stdout=subprocess.PIPE, stderr=stderr,
+                                   text=True)
         line = process.stdout.readline()  # each program announces it is ready
         if "listening on" not in line:
             raise RuntimeError(f"{command[0]} did not start: {line!r}")
@@ -60,10 +61,11 @@ class Desk:
                 process.wait(timeout=10)
         subprocess.run(["rm", "-rf", self.root], check=False)
 
-    def request(self, method, path, body=None, query="", upload=None):
-        """curl's answer as (status, parsed JSON); the JSON is checked against the API."""
+    def request(self, method, path, body=None, query="", upload=None, kind=None):
+        """curl's answer as (status, parsed JSON); the JSON is checked against the API. The body
+        is a text, or the file named by upload (a picture unless kind says otherwise)."""
         url = f"http://127.0.0.1:{self.port}{path}" + (f"?{query}" if query else "")
-        kind = "image/jpeg" if upload else "application/json"
+        kind = kind or ("image/jpeg" if upload else "application/json")
         command = ["curl", "-sS", "-m", "20", "-X", method, "-o", "-", "-w", "\n%{http_code}",
                    "-H", f"Content-Type: {kind}", url]
         if body is not None or upload:
@@ -197,15 +199,17 @@ def case_startup_errors(desk):
         expect(done.returncode == 1 and message in done.stderr, f"{options}: {done}")
 
 
-def main():
+def main(cases=None, desk_type=Desk):
+    """Runs the case named on the command line: a case_<name> function of cases (a module's
+    globals; this module's by default) on a fresh desk_type."""
     parser = argparse.ArgumentParser()
     for option in ("--server", "--simulator", "--module", "--api"):
         parser.add_argument(option, required=True)
     parser.add_argument("case")
     args = parser.parse_args()
-    desk = Desk(args)
+    desk = desk_type(args)
     try:
-        globals()["case_" + args.case](desk)
+        (cases or globals())["case_" + args.case](desk)
     finally:
         desk.close()
     print(f"{args.case}: passed")
