@@ -3,8 +3,9 @@
 // module's stages in the access server's calling order.
 //
 // Each request runs on a CivetWeb worker thread with host records of its own. Requests share only
-// the stage table, written once before the server starts.
+// the stage table, written once before the server starts, and a lock around CivetWeb's Date header.
 #include <cerrno>
+#include <mutex>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
@@ -189,7 +190,12 @@ int SendJson(mg_connection *pstConn, int iStatus, const std::string &strBody,
     if (pcAllow != nullptr) {
         mg_response_header_add(pstConn, "Allow", pcAllow, -1);
     }
-    mg_response_header_send(pstConn);
+    {
+        // CivetWeb writes the Date header with gmtime(), whose result is shared by all threads.
+        static std::mutex s_dateLock;
+        std::lock_guard<std::mutex> lock(s_dateLock);
+        mg_response_header_send(pstConn);
+    }
     mg_write(pstConn, strBody.data(), strBody.size());
     return iStatus;
 }

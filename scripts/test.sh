@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Builds and runs every test: format check, native, ASan+UBSan, and armhf under qemu.
+# Builds and runs every test: format check; native (with the leak check under valgrind); ASan+UBSan;
+# the concurrency tests under ThreadSanitizer; armhf under qemu; then each fuzz target for a
+# minute.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -9,18 +11,22 @@ jobs=$(nproc)
 echo "== clang-format"
 git ls-files '*.h' '*.cpp' | xargs clang-format --dry-run --Werror
 
-run_suite() {  # name, then cmake options
-    local name=$1
-    shift
+run_suite() {  # name, ctest options (one word, may be empty), then cmake options
+    local name=$1 selection=$2
+    shift 2
     echo "== $name"
     cmake -S . -B "build/$name" "$@"
     cmake --build "build/$name" -j"$jobs"
-    ctest --test-dir "build/$name" --output-on-failure -j"$jobs"
+    ctest --test-dir "build/$name" --output-on-failure -j"$jobs" $selection
 }
 
-run_suite native -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite native "" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-    run_suite asan -DCMAKE_BUILD_TYPE=Debug -DTALAPI_SANITIZE=ON
-run_suite armhf -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    run_suite asan "" -DCMAKE_BUILD_TYPE=Debug -DTALAPI_SANITIZE=ON
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+    run_suite tsan "-Lconcurrency" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTALAPI_TSAN=ON
+run_suite armhf "" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/armhf-toolchain.cmake"
+echo "== fuzz"
+bash scripts/fuzz.sh 60
 echo "== all suites passed"

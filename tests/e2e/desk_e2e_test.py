@@ -187,6 +187,37 @@ def case_security_code_verify(desk):
     expect(not leftovers, f"uploads left behind: {leftovers}")
 
 
+def case_concurrent_requests(desk):
+    """8 clients at once, mixed reads and writes of several resources; every answer right."""
+    import threading
+    failures = []
+
+    def client(number):
+        channel = 1 + number % 4
+        for round_number in range(25):
+            mode = number * 100 + round_number
+            try:
+                envelope(desk, "PUT", LANGUAGE, 200, 0, json.dumps({"mode": mode}),
+                         f"ChannelId={channel}")
+                status, _ = desk.request("GET", CAPABILITY)
+                expect(status == 200, f"capability {status}")
+                status, _ = desk.request("GET", "/api/v1/itgt/frame-osd",
+                                         query=f"ChannelId={channel}&OverlayPicType=0"
+                                               "&BusinessType=TrafficDome")
+                expect(status == 200, f"frame OSD {status}")
+            except Exception as error:  # collected and reported by the main thread
+                failures.append(f"client {number}: {error}")
+                return
+
+    threads = [threading.Thread(target=client, args=(number,)) for number in range(8)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    expect(not failures, "; ".join(failures))
+    expect(desk.server.poll() is None, "the server is gone")
+
+
 def case_startup_errors(desk):
     common = os.path.join(os.path.dirname(desk.args.module), "..", "..", "common",
                           "libtalapicommon.so")
