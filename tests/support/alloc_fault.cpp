@@ -19,12 +19,16 @@ void *__libc_realloc(void *pvOld, size_t uSize);
 #endif
 }
 
+// ThreadSanitizer's runtime allocates while it starts, before it can take instrumented calls: the
+// replacements must not be instrumented.
+#define ALLOC_FAULT_UNINSTRUMENTED __attribute__((no_sanitize("thread")))
+
 namespace {
 
 thread_local int t_iCountdown = 0;  // allocations left before the failing one; 0 = disarmed
 thread_local bool t_bTriggered = false;
 
-bool FailThisAllocation() {
+ALLOC_FAULT_UNINSTRUMENTED bool FailThisAllocation() {
     if (t_iCountdown == 0 || --t_iCountdown != 0) {
         return false;
     }
@@ -35,15 +39,15 @@ bool FailThisAllocation() {
 
 }  // namespace
 
-extern "C" void *malloc(size_t uSize) {
+extern "C" ALLOC_FAULT_UNINSTRUMENTED void *malloc(size_t uSize) {
     return FailThisAllocation() ? nullptr : REAL_ALLOCATOR(malloc)(uSize);
 }
 
-extern "C" void *calloc(size_t uCount, size_t uSize) {
+extern "C" ALLOC_FAULT_UNINSTRUMENTED void *calloc(size_t uCount, size_t uSize) {
     return FailThisAllocation() ? nullptr : REAL_ALLOCATOR(calloc)(uCount, uSize);
 }
 
-extern "C" void *realloc(void *pvOld, size_t uSize) {
+extern "C" ALLOC_FAULT_UNINSTRUMENTED void *realloc(void *pvOld, size_t uSize) {
     return FailThisAllocation() ? nullptr : REAL_ALLOCATOR(realloc)(pvOld, uSize);
 }
 
