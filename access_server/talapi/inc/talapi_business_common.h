@@ -13,7 +13,7 @@
 //
 // The same list drives encoding (key order) and decoding (decode order). A record whose two
 // directions differ specialises jsonEncoder<T> or jsonDecoder<T> instead. Descriptors are small
-// constants built at each call; the drivers recurse over them at compile time.
+// constants built at each call; the drivers fold over them at compile time.
 #ifndef TALAPI_BUSINESS_COMMON_H
 #define TALAPI_BUSINESS_COMMON_H
 

@@ -1,6 +1,6 @@
 // The intelligent ("ITGT") business module of the access server. Each resource is a block of its
-// record, its schema and its stages; the stages name what is special about them (command, query
-// keys, log texts) and hand the mechanics to the helpers at the top.
+// stages (its record and schema are in orbapi_itgt_records.h); the stages name what is special
+// about them (command, query keys, log texts) and hand the mechanics to the helpers at the top.
 //
 // Ownership: records stored in the interchange record (pPreProcOut, pParseOut, pRunOut) belong to
 // the request and are released by the access server with free after the Format stage; a stage
@@ -96,15 +96,6 @@ T *NewResultRecord(tagHTTP_HEADER_S *pstHeader, const char *pcStage, const char 
 // =============================================================================================
 // System back language of a channel: command 54
 
-template <>
-struct jsonSchema<VW_SYS_BACK_LANGUAGE_PARAM> {
-    using T = VW_SYS_BACK_LANGUAGE_PARAM;
-    static constexpr auto members() {
-        return std::make_tuple(member(&T::ulChannelId, "channelId"),
-                               member(&T::enSysBackLanguage, "mode"));
-    }
-};
-
 ITGT_STAGE RunGetITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
                                      tagHTTP_CNTENT_INTER_S *pstCtIn) {
     TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter RunGetITGTSysBackLanguag");
@@ -196,35 +187,6 @@ ITGT_STAGE FormatPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, VW_RESULT_T
 // =============================================================================================
 // Intelligent capability set: command 31110, a direct exchange
 
-template <>
-struct jsonSchema<ITGT_ABILITY_REST_API> {
-    using T = ITGT_ABILITY_REST_API;
-    static constexpr auto members() {
-        return std::make_tuple(
-            member(&T::audio, "audio"), member(&T::motionDetection, "motionDetection"),
-            member(&T::Occlustion, "Occlustion"), member(&T::videoAnalysis, "videoAnalysis"),
-            member(&T::autoTracking, "autoTracking"), member(&T::scensechange, "scensechange"),
-            member(&T::scenseAdapter, "scenseAdapter"), member(&T::outofFocus, "outofFocus"),
-            member(&T::crowdAnalysis, "crowdAnalysis"),
-            member(&T::videoDiagnosis, "videoDiagnosis"),
-            member(&T::complexBehavior, "complexBehavior"),
-            member(&T::faceDetection, "faceDetection"), member(&T::faceRecog, "faceRecog"),
-            member(&T::faceAttr, "faceAttr"), member(&T::vhdClassify, "vhdClassify"),
-            member(&T::bodyAttr, "bodyAttr"), member(&T::nonmotorAttr, "nonmotorAttr"),
-            member(&T::vhdfaceMix, "vhdfaceMix"), member(&T::humanCount, "humanCount"),
-            member(&T::heatMap, "heatMap"), member(&T::crowdDensity, "crowdDensity"),
-            member(&T::queueDetect, "queueDetect"), member(&T::faceRecMMC, "faceRecMMC"),
-            member(&T::onlineLearning, "onlineLearning"), member(&T::imgQualEval, "imgQualEval"),
-            member(&T::omni, "omni"), member(&T::vlpr, "vlpr"), member(&T::vlprQfree, "vlprQfree"),
-            member(&T::trafficCampus, "trafficCampus"),
-            member(&T::parkingDetection, "parkingDetection"),
-            member(&T::trafficStatistics, "trafficStatistics"), member(&T::its, "its"),
-            member(&T::itsEpolice, "itsEpolice"), member(&T::illegalball, "illegalball"),
-            member(&T::trafficEvent, "trafficEvent"), member(&T::itsSixinone, "itsSixinone"),
-            member(&T::itsPassage, "itsPassage"), member(&T::itsPedRunRed, "itsPedRunRed"));
-    }
-};
-
 ITGT_STAGE RunGetITGTCapability(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
                                 tagHTTP_CNTENT_INTER_S *pstCtIn) {
     if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
@@ -270,72 +232,6 @@ ITGT_STAGE FormatGetITGTCapability(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE e
 // =============================================================================================
 // Frame OSD of a channel and overlay picture type: command 20099 ("TrafficDome") or 20006
 // ("Vlpr")
-
-template <>
-struct jsonTextRecord<_CUSTOM_OSD_PARA_S> : std::true_type {};
-
-template <>
-struct jsonSchema<_CUSTOM_OSD_PARA_S> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&_CUSTOM_OSD_PARA_S::osdContent, "osdContent"));
-    }
-};
-
-template <>
-struct jsonSchema<_PIC_OSD_DETAILS> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&_PIC_OSD_DETAILS::prefixEnable, "prefixEnable"),
-                               member(&_PIC_OSD_DETAILS::prefixContent, "prefixContent"));
-    }
-};
-
-template <>
-struct jsonSchema<_TIME_OSD_PARA_S> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&_TIME_OSD_PARA_S::toMs, "toMs"),
-                               member(&_TIME_OSD_PARA_S::type, "type"));
-    }
-};
-
-template <>
-struct jsonSchema<_SECURITY_CODE_INFO_S> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&_SECURITY_CODE_INFO_S::securityCodePos, "securityCodePos"));
-    }
-};
-
-// The four arrays share picOSDNum; "picOSDNum" itself comes after them, so it decides last.
-template <>
-struct jsonSchema<_PIC_OSD_INFO_S> {
-    using T = _PIC_OSD_INFO_S;
-    static constexpr auto members() {
-        return std::make_tuple(
-            array_member(&T::picOSDNum, &T::picOSDType, "picOSDType"),
-            member(&T::osdLocation, "osdLocation"), member(&T::fontSize, "fontSize"),
-            member(&T::fontSizeExt, "fontSizeExt"), member(&T::fgColor, "fgColor"),
-            member(&T::fgAlpha, "fgAlpha"), member(&T::bgColor, "bgColor"),
-            member(&T::bgAlpha, "bgAlpha"), array_member(&T::picOSDNum, &T::spaceNum, "spaceNum"),
-            array_member(&T::picOSDNum, &T::warpNum, "warpNum"),
-            array_member(&T::picOSDNum, &T::picOsdDetail, "picOsdDetail"),
-            member(&T::picOSDNum, "picOSDNum"), member(&T::securityCodeInfo, "securityCodeInfo"));
-    }
-};
-
-template <>
-struct jsonSchema<_VW_PIC_OSD_PARA_S> {
-    using T = _VW_PIC_OSD_PARA_S;
-    static constexpr auto members() {
-        return std::make_tuple(
-            member(&T::channelId, "channelId"), member(&T::overlayType, "overlayType"),
-            member(&T::picOSDInfo, "picOSDInfo"), member(&T::timeOSD, "timeOSD"),
-            member(&T::roadIdOSD, "roadIdOSD"), member(&T::devIdOSD, "devIdOSD"),
-            member(&T::devIdOSD1, "devIdOSD1"), member(&T::dirIdOSD, "dirIdOSD"),
-            member(&T::dirOSD, "dirOSD"), member(&T::customOSD, "customOSD"),
-            member(&T::locateOSD, "locateOSD"), member(&T::monitorOSD, "monitorOSD"),
-            member(&T::laneOSD, "laneOSD"), member(&T::laneDirOSD, "laneDirOSD"),
-            member(&T::dirOSDParaEn, "dirOSDParaEn"), member(&T::enableLiveOSD, "enableLiveOSD"));
-    }
-};
 
 namespace {
 
@@ -488,24 +384,6 @@ ITGT_STAGE FormatPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYPE enR
 // =============================================================================================
 // Video vehicle detector of a channel: command 20100
 
-template <>
-struct jsonSchema<VW_RECT_INFO> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&VW_RECT_INFO::sX, "x"), member(&VW_RECT_INFO::sY, "y"),
-                               member(&VW_RECT_INFO::sWidth, "width"),
-                               member(&VW_RECT_INFO::sHeight, "height"));
-    }
-};
-
-template <>
-struct jsonSchema<VW_TRAFFIC_FLOW_PARA> {
-    using T = VW_TRAFFIC_FLOW_PARA;
-    static constexpr auto members() {
-        return std::make_tuple(member(&T::ulChannelId, "channelId"), member(&T::iEnable, "enable"),
-                               member(&T::stRectInfo, "rectInfo"));
-    }
-};
-
 ITGT_STAGE RunGetITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
                                           tagHTTP_CNTENT_INTER_S *pstCtIn) {
     if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
@@ -567,60 +445,6 @@ ITGT_STAGE FormatPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, VW_RES
 // =============================================================================================
 // OSD capability: command 31111, served for channel 101 only
 
-template <>
-struct jsonSchema<_tagPIC_OSD_TYPE> {
-    using T = _tagPIC_OSD_TYPE;
-    static constexpr auto members() {
-        return std::make_tuple(member(&T::original, "original"), member(&T::synthesis, "synthesis"),
-                               member(&T::feature, "feature"));
-    }
-};
-
-template <>
-struct jsonSchema<_tagPIC_OSD_ABILITY> {
-    using T = _tagPIC_OSD_ABILITY;
-    static constexpr auto members() {
-        return std::make_tuple(
-            member(&T::TimeOSD, "TimeOSD"), member(&T::PlateIdOSD, "PlateIdOSD"),
-            member(&T::VehicleTypeOSD, "VehicleTypeOSD"), member(&T::LaneIdOSD, "LaneIdOSD"),
-            member(&T::PlateColorOSD, "PlateColorOSD"),
-            member(&T::VehicleColorOSD, "VehicleColorOSD"), member(&T::RoadIdOSD, "RoadIdOSD"),
-            member(&T::DevIdOSD, "DevIdOSD"), member(&T::DirIdOSD, "DirIdOSD"),
-            member(&T::DirOSD, "DirOSD"), member(&T::CustomOSD, "CustomOSD"),
-            member(&T::SecurityCodeOSD, "SecurityCodeOSD"),
-            member(&T::Per_Brand_Type_OSD, "Per_Brand_Type_OSD"),
-            member(&T::Sub_Brand_Type_OSD, "Sub_Brand_Type_OSD"),
-            member(&T::Year_Brand_Type_OSD, "Year_Brand_Type_OSD"),
-            member(&T::LocateDescOSD, "LocateDescOSD"),
-            member(&T::MonitorInfoOSD, "MonitorInfoOSD"), member(&T::BrandInfoOSD, "BrandInfoOSD"),
-            member(&T::SpeedOSD, "SpeedOSD"), member(&T::LaneDescOSD, "LaneDescOSD"),
-            member(&T::PicNumOSD, "PicNumOSD"), member(&T::IllegalNumOSD, "IllegalNumOSD"),
-            member(&T::IllegalDescOSD, "IllegalDescOSD"),
-            member(&T::SpeedLimitOSD, "SpeedLimitOSD"),
-            member(&T::IllegalSpeedOSD, "IllegalSpeedOSD"),
-            member(&T::LaneDirDescOSD, "LaneDirDescOSD"),
-            member(&T::VehicleLenOSD, "VehicleLenOSD"),
-            member(&T::RedLightStartOSD, "RedLightStartOSD"),
-            member(&T::RedLightEndOSD, "RedLightEndOSD"),
-            member(&T::RedLightPeriodOSD, "RedLightPeriodOSD"),
-            member(&T::SnapTrigTypeOSD, "SnapTrigTypeOSD"),
-            member(&T::VehicleMFRTypeOSD, "VehicleMFRTypeOSD"),
-            member(&T::RadarDirDescOsd, "RadarDirDescOsd"),
-            member(&T::VehicleDirOSD, "VehicleDirOSD"),
-            member(&T::VehicleTypeExtOSD, "VehicleTypeExtOSD"),
-            member(&T::ShelterPlateOSD, "ShelterPlateOSD"));
-    }
-};
-
-template <>
-struct jsonSchema<_tagITGT_OSD_ABILITY_REST_API_S> {
-    using T = _tagITGT_OSD_ABILITY_REST_API_S;
-    static constexpr auto members() {
-        return std::make_tuple(member(&T::TrafficDome, "TrafficDome"), member(&T::Vlpr, "Vlpr"),
-                               member(&T::Vhd, "Vhd"), member(&T::Face, "Face"));
-    }
-};
-
 namespace {
 constexpr unsigned long long kOsdCapabilityChannel = 101;
 }
@@ -655,14 +479,6 @@ ITGT_STAGE FormatGetITGTOsdCapability(tagHTTP_HEADER_S *pstHeader, VW_RESULT_TYP
 
 // =============================================================================================
 // Security code verification of an uploaded picture: command 20101, a direct exchange
-
-template <>
-struct jsonSchema<VerifyResultParam> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&VerifyResultParam::channelId, "channelId"),
-                               member(&VerifyResultParam::verifyResult, "verifyResult"));
-    }
-};
 
 namespace {
 
