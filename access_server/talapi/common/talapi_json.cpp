@@ -198,18 +198,18 @@ void cJSON_AddItemToArray(json_object *pstArray, json_object *pstItem) {
     }
 }
 
+// json_object_object_get_ex finds nothing in a null value or one that is not an object.
 json_object *cJSON_GetObjectItem(json_object *pstObject, const char *pcKey) {
     json_object *pstItem = nullptr;
-    if (pstObject == nullptr || pcKey == nullptr ||
-        !json_object_is_type(pstObject, json_type_object) ||
-        !json_object_object_get_ex(pstObject, pcKey, &pstItem)) {
+    if (pcKey == nullptr || !json_object_object_get_ex(pstObject, pcKey, &pstItem)) {
         return nullptr;
     }
     return pstItem;
 }
 
+// json_object_array_get_idx gives null past the end.
 json_object *cJSON_GetArrayItem(json_object *pstArray, int iIndex) {
-    if (iIndex < 0 || iIndex >= cJSON_GetArraySize(pstArray)) {
+    if (iIndex < 0 || !json_object_is_type(pstArray, json_type_array)) {
         return nullptr;
     }
     return json_object_array_get_idx(pstArray, static_cast<size_t>(iIndex));

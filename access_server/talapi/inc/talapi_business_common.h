@@ -37,6 +37,10 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "records are little-end
 #define TALAPI_LOG(level, ...) \
     VW_WriteLog(VW_LOG_MODULE_TALAPI, (level), g_enDebugFlag, 0, __FILE__, __LINE__, __VA_ARGS__)
 
+// The per-member steps of the drivers: inlined into the walk over a schema, where the compiler
+// would otherwise call them once per member.
+#define TALAPI_MAPPING_INLINE inline __attribute__((always_inline))
+
 // How one member is written as JSON. The format changes decoding only for a string value of a
 // scalar member.
 enum JSON_FORMAT_TYPE_E {
@@ -296,10 +300,11 @@ inline uint64_t json_int_bits(json_object *value) {
     return static_cast<uint64_t>(signedValue);
 }
 
-// A JSON boolean, double or int into a number member; -1 for any other JSON type.
+// A JSON boolean, double or int (the value's type given) into a number member; -1 for any other
+// JSON type.
 template <typename M>
-int decode_number(json_object *value, M &member) {
-    switch (json_object_get_type(value)) {
+TALAPI_MAPPING_INLINE int decode_number(json_object *value, json_type type, M &member) {
+    switch (type) {
         case json_type_boolean:
             store_low_bits(member, json_object_get_boolean(value) ? 1 : 0);
             return 0;
@@ -328,8 +333,9 @@ int json_decode_array(json_object *value, void *pvContext, Elem *pElements, int 
     int size = cJSON_GetArraySize(value);
     int count = size < iCount ? size : iCount;
     for (int index = 0; index < count; ++index) {
-        if (talapi_mapping::decode_number(cJSON_GetArrayItem(value, index), pElements[index]) !=
-            0) {
+        json_object *element = cJSON_GetArrayItem(value, index);
+        if (talapi_mapping::decode_number(element, json_object_get_type(element),
+                                          pElements[index]) != 0) {
             return -1;
         }
     }
@@ -378,7 +384,7 @@ uint64_t leading_bits(const M &member, std::size_t bytes) {
 
 // The member's natural JSON value; null when it cannot be made.
 template <typename M>
-json_object *encode_natural(const M &value) {
+TALAPI_MAPPING_INLINE json_object *encode_natural(const M &value) {
     if constexpr (is_text_v<M>) {
         // The bytes up to the first NUL, never beyond the field.
         constexpr std::size_t kSize = sizeof(M);
@@ -410,7 +416,8 @@ json_object *encode_natural(const M &value) {
 }
 
 template <typename T, typename M, typename A, typename D>
-int encode_descriptor(const T &record, json_object *object, const MemberCoder<T, M, A, D> &coder) {
+TALAPI_MAPPING_INLINE int encode_descriptor(const T &record, json_object *object,
+                                            const MemberCoder<T, M, A, D> &coder) {
     return coder.encode(record, object);
 }
 
@@ -432,26 +439,34 @@ int encode_descriptor(const T &record, json_object *object,
 
 }  // namespace talapi_mapping
 
-template <typename T, typename M, typename Alloc, typename Dealloc>
-int MemberCoder<T, M, Alloc, Dealloc>::encode(const T &record, json_object *object) const {
-    const M &value = record.*location;
-    json_object *item;
+namespace talapi_mapping {
+
+// The value of a member under a format other than the default. Out of line, so that the path of
+// natural values stays small.
+template <typename M>
+__attribute__((noinline)) json_object *encode_formatted(const M &value, JSON_FORMAT_TYPE_E format) {
     switch (format) {
         case JSON_FORMAT_BOOL:
-            item = json_object_new_boolean(talapi_mapping::leading_bits(value, 1) != 0);
-            break;
+            return json_object_new_boolean(leading_bits(value, 1) != 0);
         case JSON_FORMAT_HOUR_MINUTE:
-            item = json_encode_hour_minute(
-                static_cast<unsigned short>(talapi_mapping::leading_bits(value, 2)));
-            break;
+            return json_encode_hour_minute(static_cast<unsigned short>(leading_bits(value, 2)));
         case JSON_FORMAT_DATE_TIME:
-            item = json_encode_date_time(
-                static_cast<int>(static_cast<uint32_t>(talapi_mapping::leading_bits(value, 4))));
-            break;
+            return json_encode_date_time(
+                static_cast<int>(static_cast<uint32_t>(leading_bits(value, 4))));
         default:
-            item = talapi_mapping::encode_natural(value);
-            break;
+            return encode_natural(value);
     }
+}
+
+}  // namespace talapi_mapping
+
+template <typename T, typename M, typename Alloc, typename Dealloc>
+TALAPI_MAPPING_INLINE int MemberCoder<T, M, Alloc, Dealloc>::encode(const T &record,
+                                                                    json_object *object) const {
+    const M &value = record.*location;
+    json_object *item = format == JSON_FORMAT_DEFAULT
+                            ? talapi_mapping::encode_natural(value)
+                            : talapi_mapping::encode_formatted(value, format);
     cJSON_AddItemToObject(object, key, item);  // the object owns the item from here
     return 0;
 }
@@ -542,11 +557,11 @@ char *json_encode(const T &record) {
 
 namespace talapi_mapping {
 
+// A string into a scalar member: only the time formats take one. Out of line, so that the path
+// of plain numbers stays small.
 template <typename M>
-int decode_scalar(json_object *value, JSON_FORMAT_TYPE_E format, M &member) {
-    if (json_object_get_type(value) != json_type_string) {
-        return decode_number(value, member);
-    }
+__attribute__((noinline)) int decode_time_text(json_object *value, JSON_FORMAT_TYPE_E format,
+                                               M &member) {
     long long parsed;
     if (format == JSON_FORMAT_HOUR_MINUTE) {
         parsed = json_decode_hour_minute(value);
@@ -560,6 +575,13 @@ int decode_scalar(json_object *value, JSON_FORMAT_TYPE_E format, M &member) {
     }
     store_low_bits(member, static_cast<uint64_t>(parsed));
     return 0;
+}
+
+template <typename M>
+TALAPI_MAPPING_INLINE int decode_scalar(json_object *value, JSON_FORMAT_TYPE_E format, M &member) {
+    json_type type = json_object_get_type(value);
+    return type == json_type_string ? decode_time_text(value, format, member)
+                                    : decode_number(value, type, member);
 }
 
 template <std::size_t N>
@@ -576,8 +598,8 @@ int decode_text(json_object *value, char (&text)[N]) {
 }
 
 template <typename T, typename M, typename A, typename D>
-int decode_descriptor(json_object *object, void *context, T &record,
-                      const MemberCoder<T, M, A, D> &coder) {
+TALAPI_MAPPING_INLINE int decode_descriptor(json_object *object, void *context, T &record,
+                                            const MemberCoder<T, M, A, D> &coder) {
     if constexpr (jsonTextRecord<M>::value) {
         return json_decode_text_record(coder.location, coder.key, object, record);
     } else {
