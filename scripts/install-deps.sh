@@ -8,7 +8,7 @@ set -euo pipefail
 packages=(build-essential cmake pkg-config tzdata curl libjson-c-dev libsafec-dev libcivetweb-dev)
 if [[ "${1:-}" == "--all" ]]; then
     packages+=(clang-format clang libclang-rt-14-dev valgrind
-               libgtest-dev libgmock-dev python3 python3-jsonschema python3-yaml
+               libgtest-dev libgmock-dev libbenchmark-dev wrk python3 python3-jsonschema python3-yaml
                crossbuild-essential-armhf qemu-user-static
                libjson-c-dev:armhf libsafec-dev:armhf libgtest-dev:armhf libgmock-dev:armhf)
     if ! dpkg --print-foreign-architectures | grep -qx armhf; then
