@@ -128,6 +128,8 @@ int SetLogFile(int LogTargets::*pFd, const char *pcPath) {
 
 }  // namespace
 
+// Each writer formats its line in one stack buffer, the message in place after its prefix, and
+// writes it with one write(): a stage's stack holds the command body and the reply besides.
 int VW_WriteLog(int iModule, int iLevel, int iDebugFlag, int iSysErr, const char *pcFile, int iLine,
                 const char *pcFormat, ...) {
     LogTargets &targets = Targets();
@@ -138,30 +140,38 @@ int VW_WriteLog(int iModule, int iLevel, int iDebugFlag, int iSysErr, const char
     if (pcFormat == nullptr) {
         return -1;
     }
-    char acMessage[kMessageSize];
+    // Prefix (at most 320 bytes), message, error text and newline.
+    char acLine[kMessageSize + kLineOverhead];
+    int iPrefix = 0;
+    if (targets.pfDebugSink == nullptr) {
+        char acStamp[32];
+        FormatStamp(acStamp);
+        iPrefix = snprintf(acLine, kLineOverhead, "%s L%d M%d %.255s:%d ", acStamp, iLevel, iModule,
+                           BaseName(pcFile), iLine);
+        if (iPrefix < 0) {
+            return -1;
+        }
+    }
+    char *pcMessage = acLine + iPrefix;
     va_list ap;
     va_start(ap, pcFormat);
-    bool bFormatted = FormatText(acMessage, sizeof(acMessage), pcFormat, ap);
+    bool bFormatted = FormatText(pcMessage, kMessageSize, pcFormat, ap);
     va_end(ap);
     if (!bFormatted) {
         return -1;
     }
     if (targets.pfDebugSink != nullptr) {
-        VW_DEBUG_LOG_S stLog{iModule, iLevel, iDebugFlag, iSysErr, pcFile, iLine, acMessage};
+        VW_DEBUG_LOG_S stLog{iModule, iLevel, iDebugFlag, iSysErr, pcFile, iLine, pcMessage};
         targets.pfDebugSink(&stLog);
         return 0;
     }
-
-    char acStamp[32];
-    FormatStamp(acStamp);
     char acErrBuf[kErrorTextSize] = "";
     const char *pcErr =
         iSysErr == 0 ? "" : ErrorText(strerror_r(iSysErr, acErrBuf, sizeof(acErrBuf)), acErrBuf);
-    char acLine[kMessageSize + kLineOverhead];
-    int iLen =
-        snprintf(acLine, sizeof(acLine), "%s L%d M%d %.255s:%d %s%s%.127s\n", acStamp, iLevel,
-                 iModule, BaseName(pcFile), iLine, acMessage, iSysErr == 0 ? "" : ": ", pcErr);
-    return WriteLine(targets.debugFd, acLine, iLen);
+    size_t len = static_cast<size_t>(iPrefix) + strlen(pcMessage);
+    int iTail =
+        snprintf(acLine + len, sizeof(acLine) - len, "%s%.127s\n", iSysErr == 0 ? "" : ": ", pcErr);
+    return WriteLine(targets.debugFd, acLine, iTail < 0 ? -1 : static_cast<int>(len) + iTail);
 }
 
 int VW_WriteLanguageLog(int iLogNo, int iModule, const char *pcEnglish, const char *pcChinese,
@@ -169,33 +179,43 @@ int VW_WriteLanguageLog(int iLogNo, int iModule, const char *pcEnglish, const ch
     if (pcEnglish == nullptr || pcChinese == nullptr) {
         return -1;
     }
-    char acEnglish[kMessageSize];
-    char acChinese[kMessageSize];
+    LogTargets &targets = Targets();
+    std::shared_lock<std::shared_mutex> lock(targets.mutex);
+    // Prefix (at most 50 bytes), English, " | ", Chinese and newline; for a sink, the two texts
+    // alone, one after the other.
+    char acLine[2 * kMessageSize + kLineOverhead];
+    const bool bSink = targets.pfLanguageSink != nullptr;
+    int iPrefix = 0;
+    if (!bSink) {
+        char acStamp[32];
+        FormatStamp(acStamp);
+        iPrefix = snprintf(acLine, kLineOverhead, "%s N%d M%d ", acStamp, iLogNo, iModule);
+        if (iPrefix < 0) {
+            return -1;
+        }
+    }
+    char *pcEnglishText = acLine + iPrefix;
     va_list ap;
     va_list apChinese;
     va_start(ap, pcChinese);
     va_copy(apChinese, ap);
-    bool bFormatted = FormatText(acEnglish, sizeof(acEnglish), pcEnglish, ap) &&
-                      FormatText(acChinese, sizeof(acChinese), pcChinese, apChinese);
+    bool bFormatted = FormatText(pcEnglishText, kMessageSize, pcEnglish, ap);
+    char *pcChineseText = pcEnglishText + strlen(pcEnglishText) + (bSink ? 1 : 3);
+    bFormatted = bFormatted && FormatText(pcChineseText, kMessageSize, pcChinese, apChinese);
     va_end(apChinese);
     va_end(ap);
     if (!bFormatted) {
         return -1;
     }
-
-    LogTargets &targets = Targets();
-    std::shared_lock<std::shared_mutex> lock(targets.mutex);
-    if (targets.pfLanguageSink != nullptr) {
-        VW_LANGUAGE_LOG_S stLog{iLogNo, iModule, acEnglish, acChinese};
+    if (bSink) {
+        VW_LANGUAGE_LOG_S stLog{iLogNo, iModule, pcEnglishText, pcChineseText};
         targets.pfLanguageSink(&stLog);
         return 0;
     }
-    char acStamp[32];
-    FormatStamp(acStamp);
-    char acLine[2 * kMessageSize + kLineOverhead];
-    int iLen = snprintf(acLine, sizeof(acLine), "%s N%d M%d %s | %s\n", acStamp, iLogNo, iModule,
-                        acEnglish, acChinese);
-    return WriteLine(targets.languageFd, acLine, iLen);
+    memcpy(pcChineseText - 3, " | ", 3);
+    size_t len = static_cast<size_t>(pcChineseText - acLine) + strlen(pcChineseText);
+    acLine[len++] = '\n';
+    return WriteLine(targets.languageFd, acLine, static_cast<int>(len));
 }
 
 int VW_SetDebugLogFile(const char *pcPath) {

@@ -1,0 +1,148 @@
+// The stack each exported stage needs, measured: the stage runs alone on a thread whose stack was
+// filled with a pattern, and the deepest byte that changed gives its high-water mark, host
+// services, json-c and the C library included. A request thread must hold the command body and
+// the reply (about 42 KB) and little more: every stage stays within 48 KiB.
+#include <pthread.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "host_requests.h"
+#include "talapi_log.h"
+
+namespace {
+
+constexpr std::size_t kStageStackBudget = 48 * 1024;
+constexpr std::size_t kThreadStack = 256 * 1024;
+constexpr unsigned char kPaint = 0xA5;
+
+struct Job {
+    HostRequest *pq;
+    Stage enStage;
+    int iResult;
+};
+
+void *RunStage(void *pvJob) {
+    auto *pstJob = static_cast<Job *>(pvJob);
+    if (pstJob->pq != nullptr) {
+        pstJob->iResult = pstJob->pq->Call(pstJob->enStage);
+    }
+    return nullptr;
+}
+
+// Bytes of a painted thread stack that the job changed (null request: the thread's own start).
+std::size_t StackUsed(Job &job) {
+    void *pvStack = nullptr;
+    if (posix_memalign(&pvStack, 65536, kThreadStack) != 0) {
+        return kThreadStack;
+    }
+    memset(pvStack, kPaint, kThreadStack);
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstack(&attr, pvStack, kThreadStack);
+    pthread_t thread;
+    std::size_t uUsed = kThreadStack;
+    if (pthread_create(&thread, &attr, RunStage, &job) == 0) {
+        pthread_join(thread, nullptr);
+        const auto *pucStack = static_cast<const unsigned char *>(pvStack);
+        std::size_t uUntouched = 0;
+        while (uUntouched < kThreadStack && pucStack[uUntouched] == kPaint) {
+            ++uUntouched;
+        }
+        uUsed = kThreadStack - uUntouched;
+    }
+    pthread_attr_destroy(&attr);
+    free(pvStack);
+    return uUsed;
+}
+
+struct Row {
+    const Resource &resource;
+    Stage enStage;
+    const char *query, *body;
+};
+
+constexpr const char *kChannel = "ChannelId=1";
+constexpr const char *kTrafficDome = "ChannelId=1&OverlayPicType=0&BusinessType=TrafficDome";
+constexpr const char *kOsdBody =
+    "{\"picOSDInfo\": {\"picOSDType\": [1, 2, 3], \"picOsdDetail\": [{\"prefixContent\": "
+    "\"No.\"}]}, \"roadIdOSD\": {\"osdContent\": \"Ring Road 3\"}}";
+
+const Row kRows[] = {
+    {kGetLanguage, kRun, kChannel, ""},
+    {kGetLanguage, kFormat, kChannel, ""},
+    {kPutLanguage, kPreProc, kChannel, "{\"mode\": 2}"},
+    {kPutLanguage, kParse, kChannel, "{\"mode\": 2}"},
+    {kPutLanguage, kRun, kChannel, "{\"mode\": 2}"},
+    {kPutLanguage, kFormat, kChannel, "{\"mode\": 2}"},
+    {kGetFrameOsd, kRun, kTrafficDome, ""},
+    {kGetFrameOsd, kFormat, kTrafficDome, ""},
+    {kPutFrameOsd, kPreProc, kTrafficDome, kOsdBody},
+    {kPutFrameOsd, kParse, kTrafficDome, kOsdBody},
+    {kPutFrameOsd, kRun, kTrafficDome, kOsdBody},
+    {kPutFrameOsd, kFormat, kTrafficDome, kOsdBody},
+    {kGetCapability, kRun, "", ""},
+    {kGetCapability, kFormat, "", ""},
+    {kGetDetector, kRun, kChannel, ""},
+    {kGetDetector, kFormat, kChannel, ""},
+    {kPutDetector, kPreProc, kChannel, "{\"enable\": 0}"},
+    {kPutDetector, kParse, kChannel, "{\"enable\": 0}"},
+    {kPutDetector, kRun, kChannel, "{\"enable\": 0}"},
+    {kPutDetector, kFormat, kChannel, "{\"enable\": 0}"},
+    {kGetOsdCapability, kRun, "ChannelId=101", ""},
+    {kGetOsdCapability, kFormat, "ChannelId=101", ""},
+    {kPostVerify, kRun, kChannel, ""},
+    {kPostVerify, kFormat, kChannel, ""},
+};
+
+std::string StageName(const Row &row) {
+    static const char *const kKinds[] = {"PreProc", "Parse", "Run", "Format"};
+    std::string method = row.resource.method;
+    for (std::size_t i = 1; i < method.size(); ++i) {
+        method[i] = static_cast<char>(tolower(method[i]));
+    }
+    return kKinds[row.enStage] + method + "ITGT" + row.resource.name;
+}
+
+class StageStackTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        daemon.SetHandler(ValidBackend());
+        // Every log line is formatted, as with the most verbose debug flag, and none is kept.
+        g_enDebugFlag = VW_DEBUG_ALL;
+        VW_SetDebugLogFile("/dev/null");
+        VW_SetLanguageLogFile("/dev/null");
+    }
+    void TearDown() override {
+        g_enDebugFlag = VW_DEBUG_FAILURES;
+        VW_SetDebugLogFile(nullptr);
+        VW_SetLanguageLogFile(nullptr);
+    }
+    FakeDaemon daemon;
+};
+
+TEST_F(StageStackTest, EveryStageNeedsAtMost48KiB) {
+    Job idle{nullptr, kRun, 0};
+    const std::size_t uThreadStart = StackUsed(idle);
+    std::string table = "| stage | stack (bytes) |\n|---|---:|\n";
+    for (const Row &row : kRows) {
+        HostRequest q(row.resource, row.query, row.body);
+        if (row.resource.run == RunPostITGTSecurityCodeVerify) {
+            q.Upload("/tmp/talapi-stack-upload.jpg", 4502, 1);
+        }
+        int iBefore = row.enStage == kFormat ? q.CallUpTo(kRun) : q.CallUpTo(row.enStage - 1);
+        ASSERT_EQ(iBefore, 0) << StageName(row);
+        Job job{&q, row.enStage, -1};
+        std::size_t uUsed = StackUsed(job) - uThreadStart;
+        EXPECT_EQ(job.iResult, 0) << StageName(row);
+        EXPECT_LE(uUsed, kStageStackBudget) << StageName(row);
+        table += "| " + StageName(row) + " | " + std::to_string(uUsed) + " |\n";
+    }
+    printf("%s", table.c_str());
+}
+
+}  // namespace
