@@ -28,11 +28,15 @@
 namespace {
 
 constexpr const char *kUsage =
-    "usage: backend_simulator --state FILE [--peer PATH] [--verbose]\n"
+    "usage: backend_simulator (--state FILE [--no-sync] | --memory) [--peer PATH] [--verbose]\n"
     "  --state FILE  where the settings are kept; created with defaults when missing, set aside\n"
     "                as FILE.corrupt and recreated when unreadable as a state file\n"
     "  --peer PATH   the daemon's socket path (default /tmp/A); like every path the host uses,\n"
     "                it is taken under $TALAPI_SOCKET_ROOT when that is set\n"
+    "  --no-sync     answer a write once the new state file is in place, without waiting\n"
+    "                for the disk (it then survives a killed simulator, not a power cut)\n"
+    "  --memory      keep the settings in memory only, from the defaults; nothing survives\n"
+    "                the simulator (for load tests of the desk, not of a storage)\n"
     "  --verbose     one stderr line per request\n"
     "Security code verification (command 20101) checks the picture the module moved to its fixed\n"
     "path /tmp/securityCode.jpg (never redirected: the module names it directly): verdict 4502\n"
@@ -205,6 +209,8 @@ int main(int argc, char **argv) {
     std::string strState;
     std::string strPeer = "/tmp/A";
     bool bVerbose = false;
+    bool bSync = true;
+    bool bMemory = false;
     for (int i = 1; i < argc; ++i) {
         const std::string strArg = argv[i];
         if (strArg == "--help" || strArg == "-h") {
@@ -213,6 +219,10 @@ int main(int argc, char **argv) {
         }
         if (strArg == "--verbose") {
             bVerbose = true;
+        } else if (strArg == "--no-sync") {
+            bSync = false;
+        } else if (strArg == "--memory") {
+            bMemory = true;
         } else if ((strArg == "--state" || strArg == "--peer") && i + 1 < argc && argv[i + 1][0]) {
             (strArg == "--state" ? strState : strPeer) = argv[++i];
         } else {
@@ -220,8 +230,8 @@ int main(int argc, char **argv) {
             return 2;
         }
     }
-    if (strState.empty()) {
-        std::fprintf(stderr, "backend_simulator: --state FILE is required\n%s", kUsage);
+    if (strState.empty() == !bMemory) {
+        std::fprintf(stderr, "backend_simulator: give --state FILE or --memory\n%s", kUsage);
         return 2;
     }
 
@@ -245,7 +255,7 @@ int main(int argc, char **argv) {
         return 1;
     }
 
-    SimulatorStore stStore(strState, szPicture);
+    SimulatorStore stStore(strState, szPicture, bSync);
     std::string strError;
     if (!stStore.Open(strError)) {
         SimLog("%s", strError.c_str());
@@ -256,7 +266,7 @@ int main(int argc, char **argv) {
         SimLog("cannot bind %s: %s", szSocket, strError.c_str());
         return 1;
     }
-    SimLog("started: state %s, socket %s", strState.c_str(), szSocket);
+    SimLog("started: state %s, socket %s", bMemory ? "in memory" : strState.c_str(), szSocket);
     std::printf("backend_simulator listening on %s\n", szSocket);
     std::fflush(stdout);
 

@@ -273,9 +273,10 @@ bool LoadState(const std::vector<unsigned char> &vecFile, SimRecords &mapOut) {
     return uPos == uSize;
 }
 
-// Replaces the state file atomically: a temporary file in the same directory, synced, renamed
-// over it, then the directory synced, so that a crash leaves either the old or the new file.
-bool SaveState(const std::string &strPath, const SimRecords &mapRecords) {
+// Replaces the state file atomically: a temporary file in the same directory, renamed over it,
+// so that a killed simulator leaves either the old or the new file. With bSync the file and then
+// the directory are synced as well, so that the same holds after a power cut.
+bool SaveState(const std::string &strPath, const SimRecords &mapRecords, bool bSync) {
     std::vector<unsigned char> vecFile(sizeof(StateHead));
     for (const auto &entry : mapRecords) {
         const StateEntry stEntry{entry.first.uiCmd, entry.first.uiOverlay, entry.first.ullChannel,
@@ -294,7 +295,7 @@ bool SaveState(const std::string &strPath, const SimRecords &mapRecords) {
     FILE *pstFile = iFd < 0 ? nullptr : fdopen(iFd, "wb");
     bool bOk = pstFile != nullptr &&
                std::fwrite(vecFile.data(), 1, vecFile.size(), pstFile) == vecFile.size() &&
-               std::fflush(pstFile) == 0 && fsync(iFd) == 0;
+               std::fflush(pstFile) == 0 && (!bSync || fsync(iFd) == 0);
     if (pstFile != nullptr) {
         bOk = std::fclose(pstFile) == 0 && bOk;
     } else if (iFd >= 0) {
@@ -304,6 +305,9 @@ bool SaveState(const std::string &strPath, const SimRecords &mapRecords) {
         SimLog("cannot save state to %s: %s", strPath.c_str(), std::strerror(errno));
         unlink(strTemp.c_str());
         return false;
+    }
+    if (!bSync) {
+        return true;
     }
     const std::size_t uSlash = strPath.rfind('/');
     const std::string strDir = uSlash == std::string::npos ? "." : strPath.substr(0, uSlash + 1);
@@ -319,13 +323,17 @@ bool SaveState(const std::string &strPath, const SimRecords &mapRecords) {
 
 }  // namespace
 
-SimulatorStore::SimulatorStore(std::string strStatePath, std::string strPicturePath)
+SimulatorStore::SimulatorStore(std::string strStatePath, std::string strPicturePath, bool bSync)
     : m_strStatePath(std::move(strStatePath)),
       m_strPicturePath(std::move(strPicturePath)),
+      m_bSync(bSync),
       m_mapRecords(DefaultRecords()) {}
 
 bool SimulatorStore::Open(std::string &strError) {
     std::lock_guard<std::mutex> lock(m_mtx);
+    if (m_strStatePath.empty()) {
+        return true;  // in memory only: the defaults
+    }
     FILE *pstFile = std::fopen(m_strStatePath.c_str(), "rbe");
     if (pstFile == nullptr && errno != ENOENT) {
         strError = "cannot read state file " + m_strStatePath + ": " + std::strerror(errno);
@@ -352,7 +360,7 @@ bool SimulatorStore::Open(std::string &strError) {
                bKept ? "kept as " : "cannot keep it: ",
                bKept ? strKept.c_str() : std::strerror(errno));
     }
-    if (!SaveState(m_strStatePath, m_mapRecords)) {
+    if (!SaveState(m_strStatePath, m_mapRecords, m_bSync)) {
         strError = "cannot create state file " + m_strStatePath;
         return false;
     }
@@ -403,7 +411,7 @@ int SimulatorStore::Write(const SimRecordKey &stKey, const unsigned char *pucRec
     }
     std::vector<unsigned char> vecOld(pucRecord, pucRecord + uLen);
     it->second.swap(vecOld);
-    if (!SaveState(m_strStatePath, m_mapRecords)) {
+    if (!m_strStatePath.empty() && !SaveState(m_strStatePath, m_mapRecords, m_bSync)) {
         it->second.swap(vecOld);
         return VW_RESULT_FAIL;
     }

@@ -27,8 +27,10 @@ using SimRecords = std::map<SimRecordKey, std::vector<unsigned char>>;
 
 class SimulatorStore {
   public:
-    // strPicturePath: the resolved path of the picture that command 20101 verifies.
-    SimulatorStore(std::string strStatePath, std::string strPicturePath);
+    // strStatePath: the state file, or empty to keep the settings in memory only.
+    // strPicturePath: the resolved path of the picture that command 20101 verifies. bSync: each
+    // saved state file reaches the disk before a write is answered.
+    SimulatorStore(std::string strStatePath, std::string strPicturePath, bool bSync = true);
 
     // Loads the state file; a missing one is created from the defaults, a corrupt one is kept
     // as FILE.corrupt and replaced by the defaults. False (with a reason) when the state cannot
@@ -46,6 +48,7 @@ class SimulatorStore {
 
     const std::string m_strStatePath;
     const std::string m_strPicturePath;
+    const bool m_bSync;
     std::mutex m_mtx;  // guards m_mapRecords and the state file
     SimRecords m_mapRecords;
 };

@@ -1,9 +1,11 @@
 // The desk access server: an HTTP server on CivetWeb that loads a business module with dlopen
 // and answers every request on one of the module's resources (desk_routes.h) by calling the
-// module's stages in the access server's calling order.
+// module's stages in the access server's calling order. Given a document root, it serves the
+// files there at every other path with CivetWeb's own file serving.
 //
-// Each request runs on a CivetWeb worker thread with host records of its own. Requests share only
-// the stage table, written once before the server starts, and a lock around CivetWeb's Date header.
+// Each request runs on a CivetWeb worker thread with host records of its own and the worker's
+// backend connection. Requests share only the stage table and the file-serving switch, written
+// once before the server starts, and a lock around CivetWeb's Date header.
 #include <cerrno>
 #include <mutex>
 #include <csignal>
@@ -15,6 +17,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -45,6 +48,9 @@ constexpr const char *kUsage =
     "  --log-stderr       write both logs to stderr instead\n"
     "  --debug-flag N     debug log threshold 0..4 (default 3)\n"
     "  --threads N        HTTP worker threads (default 8)\n"
+    "  --document-root DIR\n"
+    "                     serve the files of DIR at the paths no resource has\n"
+    "                     (default: none, such paths answer 404)\n"
     "HTTP status by the request's result: 0 -> 200, 4 -> 400, 6 -> 404, 1 -> 502,\n"
     "any other failure -> 500. Unknown path 404, method not served 405, body over\n"
     "64 KiB (upload over 8 MiB) 413, path or query too long 414.\n";
@@ -65,21 +71,40 @@ struct Stages {
 
 struct Server {
     Stages astStages[kDeskRouteCount];  // by the index of the route in kDeskRoutes
+    bool bServeFiles = false;           // paths no route names go to CivetWeb's file serving
 };
 
-// The host records of one request, calloc'd. Released in the contract's order: the socket is
-// closed, the records the stages left in the interchange record are freed, then the records.
-// The upload file is removed if still under its upload name.
+bool IsRoutePath(const char *pcPath) {
+    for (const DeskRoute &stRoute : kDeskRoutes) {
+        if (strcmp(stRoute.pcPath, pcPath) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The connection of a worker thread to the backend daemon, kept from one request to the next as
+// an access server's workers keep theirs; the common library drops it when the daemon has gone
+// and connects anew. Closed when the worker ends.
+struct WorkerBackendSocket {
+    tagUNIX_SOCKET_S stSocket;
+    WorkerBackendSocket() { UnixSocketInit(&stSocket); }
+    ~WorkerBackendSocket() { UnixSocketClose(&stSocket); }
+};
+thread_local WorkerBackendSocket t_workerBackend;
+
+// The host records of one request, calloc'd. Released in the contract's order: the records the
+// stages left in the interchange record are freed, then the records. The upload file is removed
+// if still under its upload name.
 struct RequestRecords {
     tagHTTP_HEADER_S *pstHeader = static_cast<tagHTTP_HEADER_S *>(calloc(1, sizeof(*pstHeader)));
     tagHTTP_CNTENT_INTER_S *pstCtIn =
         static_cast<tagHTTP_CNTENT_INTER_S *>(calloc(1, sizeof(*pstCtIn)));
-    tagUNIX_SOCKET_S *pstSocket = static_cast<tagUNIX_SOCKET_S *>(calloc(1, sizeof(*pstSocket)));
+    tagUNIX_SOCKET_S *pstSocket = &t_workerBackend.stSocket;
     char szUpload[HTTP_PACKET_NAME_LEN] = "";
 
-    RequestRecords() { UnixSocketInit(pstSocket); }
+    RequestRecords() = default;
     ~RequestRecords() {
-        UnixSocketClose(pstSocket);
         if (pstCtIn != nullptr) {
             free(pstCtIn->pPreProcOut);
             free(pstCtIn->pParseOut);
@@ -87,16 +112,13 @@ struct RequestRecords {
         }
         free(pstHeader);
         free(pstCtIn);
-        free(pstSocket);
         if (szUpload[0] != '\0') {
             (void)unlink(szUpload);
         }
     }
     RequestRecords(const RequestRecords &) = delete;
     RequestRecords &operator=(const RequestRecords &) = delete;
-    bool Allocated() const {
-        return pstHeader != nullptr && pstCtIn != nullptr && pstSocket != nullptr;
-    }
+    bool Allocated() const { return pstHeader != nullptr && pstCtIn != nullptr; }
 };
 
 // Copies a text into a fixed field, truncated to fit; false when it had to be truncated.
@@ -299,6 +321,10 @@ VW_RESULT_TYPE RunStages(const Stages &stStages, tagHTTP_HEADER_S *pstHeader,
 int HandleRequest(mg_connection *pstConn, void *pvServer) {
     Server &stServer = *static_cast<Server *>(pvServer);
     const mg_request_info *pstInfo = mg_get_request_info(pstConn);
+    const char *pcPath = pstInfo->local_uri != nullptr ? pstInfo->local_uri : "";
+    if (stServer.bServeFiles && !IsRoutePath(pcPath)) {
+        return 0;  // not handled: CivetWeb serves the file from its document root
+    }
     RequestRecords stReq;
     if (!stReq.Allocated()) {
         mg_send_http_error(pstConn, 500, "%s", "out of memory");
@@ -306,7 +332,6 @@ int HandleRequest(mg_connection *pstConn, void *pvServer) {
     }
     tagHTTP_HEADER_S *pstHeader = stReq.pstHeader;
     (void)CopyText(pstHeader->method, sizeof(pstHeader->method), pstInfo->request_method);
-    const char *pcPath = pstInfo->local_uri != nullptr ? pstInfo->local_uri : "";
     const char *pcQuery = pstInfo->query_string != nullptr ? pstInfo->query_string : "";
     if (!CopyText(pstHeader->url, sizeof(pstHeader->url), pcPath) ||
         !CopyText(pstHeader->queryString, sizeof(pstHeader->queryString), pcQuery)) {
@@ -440,6 +465,7 @@ struct Options {
     bool bLogStderr = false;
     long lDebugFlag = VW_DEBUG_FAILURES;
     long lThreads = 8;
+    std::string strDocumentRoot;  // empty: no file serving
 };
 
 bool ParseNumber(const char *pcText, long lMin, long lMax, long *plOut) {
@@ -469,6 +495,7 @@ int ParseOptions(int argc, char **argv, Options &stOpt) {
         {"--run-dir", &stOpt.strRunDir, nullptr, 0, 0},
         {"--debug-flag", nullptr, &stOpt.lDebugFlag, VW_DEBUG_ALL, VW_DEBUG_OFF},
         {"--threads", nullptr, &stOpt.lThreads, 1, 1024},
+        {"--document-root", &stOpt.strDocumentRoot, nullptr, 0, 0},
     };
     for (int i = 1; i < argc; ++i) {
         const std::string strArg = argv[i];
@@ -532,6 +559,13 @@ int main(int argc, char **argv) {
     if (iUsage != 0) {
         return iUsage < 0 ? 0 : iUsage;
     }
+    std::error_code ec;
+    if (!stOpt.strDocumentRoot.empty() &&
+        !std::filesystem::is_directory(stOpt.strDocumentRoot, ec)) {
+        fprintf(stderr, "%s: document root %s is not a directory\n", kProgram,
+                stOpt.strDocumentRoot.c_str());
+        return 1;
+    }
     signal(SIGPIPE, SIG_IGN);
     g_enDebugFlag = static_cast<VW_DEBUG_FLAG_E>(stOpt.lDebugFlag);
     if (!OpenLogs(stOpt)) {
@@ -559,11 +593,17 @@ int main(int argc, char **argv) {
 
     const std::string strPorts = stOpt.strListen + ":" + std::to_string(stOpt.lPort);
     const std::string strThreads = std::to_string(stOpt.lThreads);
-    const char *apcConfig[] = {"listening_ports", strPorts.c_str(), "num_threads",
-                               strThreads.c_str(), nullptr};
+    std::vector<const char *> vecConfig = {"listening_ports", strPorts.c_str(), "num_threads",
+                                           strThreads.c_str()};
+    if (!stOpt.strDocumentRoot.empty()) {
+        vecConfig.insert(vecConfig.end(), {"document_root", stOpt.strDocumentRoot.c_str(),
+                                           "enable_directory_listing", "no"});
+        stServer.bServeFiles = true;
+    }
+    vecConfig.push_back(nullptr);
     mg_callbacks stCallbacks{};
     stCallbacks.log_message = LogCivetWebMessage;
-    mg_init_data stInit{&stCallbacks, nullptr, apcConfig};
+    mg_init_data stInit{&stCallbacks, nullptr, vecConfig.data()};
     char acError[256] = "";
     mg_error_data stError{nullptr, acError, sizeof(acError)};
     mg_init_library(0);

@@ -47,6 +47,7 @@ class FakeDaemon:
         self.listener.bind(path)
         self.listener.listen()
         self.listener.settimeout(0.05)
+        self.connections = []
         self.threads = [threading.Thread(target=self.serve)]
         self.threads[0].start()
 
@@ -61,6 +62,7 @@ class FakeDaemon:
             self.threads[-1].start()
 
     def answer(self, conn):
+        self.connections.append(conn)
         with conn:
             try:
                 while True:
@@ -71,8 +73,14 @@ class FakeDaemon:
                 pass  # the desk went away, or the behaviour ended the connection
 
     def close(self):
+        """Goes away like a daemon that exits: its connections close, kept ones included."""
         self.stop.set()
         self.threads[0].join()  # no connection is accepted after it
+        for conn in self.connections:
+            try:
+                conn.shutdown(socket.SHUT_RDWR)
+            except OSError:
+                pass  # already closed
         for thread in self.threads[1:]:
             thread.join(timeout=10)
         self.listener.close()
