@@ -6,7 +6,6 @@ set -euo pipefail
 build=$1
 module=$build/access_server/talapi/orb_business/itgt
 common=$build/access_server/talapi/common
-map=$(dirname "$0")/../access_server/talapi/orb_business/itgt/orbapi_itgt.map
 
 echo "### Largest stack frames (armhf, -fstack-usage): the module's, and the host services' that a stage calls"
 echo
