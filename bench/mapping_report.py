@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs the mapping benchmark with repetitions and prints, for each pair, the median times of the
+"""Runs the mapping benchmark with repetitions, randomly interleaved so that a busy spell of the
+machine does not fall on one side of a pair, and prints, for each pair, the median times of the
 schema and the hand-written code and their ratio, as a Markdown table.
 Usage: mapping_report.py MAPPING_BENCH [REPETITIONS]"""
 import json
@@ -10,7 +11,8 @@ bench = sys.argv[1]
 repetitions = sys.argv[2] if len(sys.argv) > 2 else "10"
 run = subprocess.run(
     [bench, "--benchmark_format=json", f"--benchmark_repetitions={repetitions}",
-     "--benchmark_report_aggregates_only=true", "--benchmark_min_time=0.2"],
+     "--benchmark_report_aggregates_only=true", "--benchmark_min_time=0.2",
+     "--benchmark_enable_random_interleaving=true"],
     check=True, capture_output=True, text=True)
 medians = {}
 for result in json.loads(run.stdout)["benchmarks"]:
@@ -19,7 +21,7 @@ for result in json.loads(run.stdout)["benchmarks"]:
 
 print("| benchmark | schema (µs, median) | hand-written (µs, median) | ratio |")
 print("|---|---:|---:|---:|")
-for name, schema in medians.items():
+for name, schema in sorted(medians.items()):
     if not name.endswith("/schema"):
         continue
     pair = name[: -len("/schema")]
