@@ -81,14 +81,6 @@ const Row kRows[] = {
     {kPostVerify, kFormat, "", "", {0, -1}},
 };
 
-// The exported name of the row's stage.
-std::string StageName(const Row &row) {
-    static const char *const kKinds[] = {"PreProc", "Parse", "Run", "Format"};
-    std::string method = row.resource.method;
-    std::transform(method.begin() + 1, method.end(), method.begin() + 1, ::tolower);
-    return kKinds[row.enStage] + method + "ITGT" + row.resource.name;
-}
-
 // One injected run, in memory shared with a child process that makes it.
 struct Outcome {
     int iResult;
@@ -230,8 +222,8 @@ class AllocationFailureTest : public ::testing::Test {
         EXPECT_TRUE(WIFSIGNALED(iStatus) &&
                     Known(row, iNth, "json_tokener_parse_ex", "parser crash",
                           "killed by signal " + std::to_string(WTERMSIG(iStatus))))
-            << StageName(row) << " allocation " << iNth << ": child status " << iStatus << " after "
-            << FailingCall(pstOut->stack);
+            << StageName(row.resource, row.enStage) << " allocation " << iNth << ": child status "
+            << iStatus << " after " << FailingCall(pstOut->stack);
         return false;
     }
 
@@ -242,8 +234,8 @@ class AllocationFailureTest : public ::testing::Test {
         if (call.rfind("libjson-c.so", 0) != 0 || call.substr(call.find(' ') + 1) != pcFunction) {
             return false;
         }
-        knownDefects.push_back(std::string(pcDefect) + ": " + StageName(row) + " allocation " +
-                               std::to_string(iNth) + ", " + sign);
+        knownDefects.push_back(std::string(pcDefect) + ": " + StageName(row.resource, row.enStage) +
+                               " allocation " + std::to_string(iNth) + ", " + sign);
         return true;
     }
 
@@ -260,7 +252,7 @@ TEST_F(AllocationFailureTest, EveryStageEndsInADocumentedResultWithoutCrashOrLea
         Bytes parsed;  // a Parse stage's record without failure
         if (row.enStage == kParse) {
             HostRequest q(row.resource, row.query, row.body);
-            ASSERT_EQ(q.CallUpTo(kParse), 0) << StageName(row);
+            ASSERT_EQ(q.CallUpTo(kParse), 0) << StageName(row.resource, row.enStage);
             const auto *pucRecord = static_cast<const unsigned char *>(q.stCtInt.pParseOut);
             parsed.assign(pucRecord, pucRecord + VW_CMD_BODY_SIZE);
         }
@@ -270,7 +262,7 @@ TEST_F(AllocationFailureTest, EveryStageEndsInADocumentedResultWithoutCrashOrLea
             if (&row.resource == &kPostVerify) {
                 q.Upload(dir + "/upload.jpg", 4502, 5);
             }
-            ASSERT_EQ(q.CallUpTo(row.enStage - 1), 0) << StageName(row);
+            ASSERT_EQ(q.CallUpTo(row.enStage - 1), 0) << StageName(row.resource, row.enStage);
             *pstOut = Outcome{};
             if (row.enStage != kParse) {
                 Inject(row, q, iNth, parsed, *pstOut);
@@ -280,7 +272,8 @@ TEST_F(AllocationFailureTest, EveryStageEndsInADocumentedResultWithoutCrashOrLea
             bReached = pstOut->bTriggered;
             const std::vector<int> &allowed = bReached ? row.results : std::vector<int>{0};
             EXPECT_NE(std::find(allowed.begin(), allowed.end(), pstOut->iResult), allowed.end())
-                << StageName(row) << " allocation " << iNth << " gave " << pstOut->iResult;
+                << StageName(row.resource, row.enStage) << " allocation " << iNth << " gave "
+                << pstOut->iResult;
             const std::string wrong = pstOut->szWrong;
             bool bKnown =
                 wrong == kNotJson ? Known(row, iNth, "printbuf_memappend", "printer gap",
@@ -290,10 +283,10 @@ TEST_F(AllocationFailureTest, EveryStageEndsInADocumentedResultWithoutCrashOrLea
                             wrong.empty() ? "value leaked" : "Parse gave 0, member missing")
                     : false;
             EXPECT_TRUE(bKnown || (wrong.empty() && !pstOut->bLeaked))
-                << StageName(row) << " allocation " << iNth << ": " << wrong
+                << StageName(row.resource, row.enStage) << " allocation " << iNth << ": " << wrong
                 << (pstOut->bLeaked ? " leaked" : "") << " after " << FailingCall(pstOut->stack);
         }
-        printf("  %-36s %4d\n", StageName(row).c_str(), iNth - 2);
+        printf("  %-36s %4d\n", StageName(row.resource, row.enStage).c_str(), iNth - 2);
         iTotal += iNth - 2;
     }
     printf("injections in total: %d; known json-c defects met: %zu\n", iTotal, knownDefects.size());

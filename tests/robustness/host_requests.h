@@ -4,6 +4,7 @@
 #define TESTS_ROBUSTNESS_HOST_REQUESTS_H
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -31,6 +32,16 @@ struct Resource {
     TALAPI_FORMAT_STAGE_PF format;
 };
 enum Stage { kPreProc, kParse, kRun, kFormat };
+
+// The exported name of a resource's stage, as "PreProcPutITGTFrameOSD".
+inline std::string StageName(const Resource &r, Stage enStage) {
+    static const char *const kKinds[] = {"PreProc", "Parse", "Run", "Format"};
+    std::string method = r.method;
+    for (std::size_t i = 1; i < method.size(); ++i) {
+        method[i] = static_cast<char>(tolower(static_cast<unsigned char>(method[i])));
+    }
+    return kKinds[enStage] + method + "ITGT" + r.name;
+}
 
 #define ITGT_GET(name, url)                                                        \
     Resource {                                                                     \

@@ -183,15 +183,6 @@ const Row kRows[] = {
     {kPostVerify, kFormat, kChannel, "", sizeof(VerifyResultParam)},
 };
 
-std::string StageName(const Row &row) {
-    static const char *const kKinds[] = {"PreProc", "Parse", "Run", "Format"};
-    std::string method = row.resource.method;
-    for (std::size_t i = 1; i < method.size(); ++i) {
-        method[i] = static_cast<char>(tolower(method[i]));
-    }
-    return kKinds[row.enStage] + method + "ITGT" + row.resource.name;
-}
-
 // Sorts the counted allocations of a stage that stored uTextLength bytes of response (0: none).
 StageUse Sort(const Row &row, std::size_t uTextLength) {
     StageUse use;
@@ -253,17 +244,18 @@ TEST_F(StageHeapTest, StagesAllocateOnlyJsonNodesTheirTextAndTheirRecord) {
             q.Upload("/tmp/talapi-heap-upload.jpg", 4502, 1);
         }
         int iBefore = row.enStage == kFormat ? q.CallUpTo(kRun) : q.CallUpTo(row.enStage - 1);
-        ASSERT_EQ(iBefore, 0) << StageName(row);
+        ASSERT_EQ(iBefore, 0) << StageName(row.resource, row.enStage);
         g_tally.iCount = 0;
         t_bCounting = true;
         int iResult = q.Call(row.enStage);
         t_bCounting = false;
-        ASSERT_EQ(iResult, 0) << StageName(row);
+        ASSERT_EQ(iResult, 0) << StageName(row.resource, row.enStage);
         ASSERT_LE(g_tally.iCount, static_cast<int>(std::size(g_tally.astAllocations)));
         StageUse use = Sort(row, row.enStage == kFormat ? q.uiLength : 0);
-        EXPECT_EQ(use.other, "") << StageName(row) << " allocated something else";
-        table += "| " + StageName(row) + " | " + Cell(use.jsonC) + " | " + Cell(use.text) + " | " +
-                 Cell(use.record) + " | " + Cell(use.stdio) + " |\n";
+        EXPECT_EQ(use.other, "") << StageName(row.resource, row.enStage)
+                                 << " allocated something else";
+        table += "| " + StageName(row.resource, row.enStage) + " | " + Cell(use.jsonC) + " | " +
+                 Cell(use.text) + " | " + Cell(use.record) + " | " + Cell(use.stdio) + " |\n";
     }
     printf("%s", table.c_str());
 }

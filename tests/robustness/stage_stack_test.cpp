@@ -99,15 +99,6 @@ const Row kRows[] = {
     {kPostVerify, kFormat, kChannel, ""},
 };
 
-std::string StageName(const Row &row) {
-    static const char *const kKinds[] = {"PreProc", "Parse", "Run", "Format"};
-    std::string method = row.resource.method;
-    for (std::size_t i = 1; i < method.size(); ++i) {
-        method[i] = static_cast<char>(tolower(method[i]));
-    }
-    return kKinds[row.enStage] + method + "ITGT" + row.resource.name;
-}
-
 class StageStackTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -135,12 +126,13 @@ TEST_F(StageStackTest, EveryStageNeedsAtMost48KiB) {
             q.Upload("/tmp/talapi-stack-upload.jpg", 4502, 1);
         }
         int iBefore = row.enStage == kFormat ? q.CallUpTo(kRun) : q.CallUpTo(row.enStage - 1);
-        ASSERT_EQ(iBefore, 0) << StageName(row);
+        ASSERT_EQ(iBefore, 0) << StageName(row.resource, row.enStage);
         Job job{&q, row.enStage, -1};
         std::size_t uUsed = StackUsed(job) - uThreadStart;
-        EXPECT_EQ(job.iResult, 0) << StageName(row);
-        EXPECT_LE(uUsed, kStageStackBudget) << StageName(row);
-        table += "| " + StageName(row) + " | " + std::to_string(uUsed) + " |\n";
+        EXPECT_EQ(job.iResult, 0) << StageName(row.resource, row.enStage);
+        EXPECT_LE(uUsed, kStageStackBudget) << StageName(row.resource, row.enStage);
+        table +=
+            "| " + StageName(row.resource, row.enStage) + " | " + std::to_string(uUsed) + " |\n";
     }
     printf("%s", table.c_str());
 }
