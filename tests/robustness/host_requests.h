@@ -132,6 +132,50 @@ struct HostRequest : StageRequest {
     }
     // A verification upload at path: a picture the backend knows as uiId, for the channel.
     void Upload(const std::string &path, unsigned int uiId, unsigned long long ullChannel);
+    // The stages before enStage (a Format stage: through Run), after an upload for a
+    // verification; the first non-zero result.
+    int PrepareFor(Stage enStage);
+};
+
+// Every stage of every resource, each with a request that succeeds against ValidBackend(): the
+// rows of the tests that measure one stage at a time. The stages before a row's stage run first.
+struct StageCase {
+    const Resource &resource;
+    Stage enStage;
+    const char *query, *body;
+};
+constexpr const char *kBudgetChannel = "ChannelId=1";
+constexpr const char *kBudgetTrafficDome = "ChannelId=1&OverlayPicType=0&BusinessType=TrafficDome";
+constexpr const char *kBudgetModeBody = "{\"mode\": 2}";
+constexpr const char *kBudgetOsdBody =
+    "{\"picOSDInfo\": {\"picOSDType\": [1, 2, 3], \"picOsdDetail\": [{\"prefixContent\": "
+    "\"No.\"}]}, \"roadIdOSD\": {\"osdContent\": \"Ring Road 3\"}}";
+constexpr const char *kBudgetDetectorBody = "{\"enable\": 0, \"rectInfo\": {\"x\": 40}}";
+const StageCase kEveryStage[] = {
+    {kGetLanguage, kRun, kBudgetChannel, ""},
+    {kGetLanguage, kFormat, kBudgetChannel, ""},
+    {kPutLanguage, kPreProc, kBudgetChannel, kBudgetModeBody},
+    {kPutLanguage, kParse, kBudgetChannel, kBudgetModeBody},
+    {kPutLanguage, kRun, kBudgetChannel, kBudgetModeBody},
+    {kPutLanguage, kFormat, kBudgetChannel, kBudgetModeBody},
+    {kGetFrameOsd, kRun, kBudgetTrafficDome, ""},
+    {kGetFrameOsd, kFormat, kBudgetTrafficDome, ""},
+    {kPutFrameOsd, kPreProc, kBudgetTrafficDome, kBudgetOsdBody},
+    {kPutFrameOsd, kParse, kBudgetTrafficDome, kBudgetOsdBody},
+    {kPutFrameOsd, kRun, kBudgetTrafficDome, kBudgetOsdBody},
+    {kPutFrameOsd, kFormat, kBudgetTrafficDome, kBudgetOsdBody},
+    {kGetCapability, kRun, "", ""},
+    {kGetCapability, kFormat, "", ""},
+    {kGetDetector, kRun, kBudgetChannel, ""},
+    {kGetDetector, kFormat, kBudgetChannel, ""},
+    {kPutDetector, kPreProc, kBudgetChannel, kBudgetDetectorBody},
+    {kPutDetector, kParse, kBudgetChannel, kBudgetDetectorBody},
+    {kPutDetector, kRun, kBudgetChannel, kBudgetDetectorBody},
+    {kPutDetector, kFormat, kBudgetChannel, kBudgetDetectorBody},
+    {kGetOsdCapability, kRun, "ChannelId=101", ""},
+    {kGetOsdCapability, kFormat, "ChannelId=101", ""},
+    {kPostVerify, kRun, kBudgetChannel, ""},
+    {kPostVerify, kFormat, kBudgetChannel, ""},
 };
 
 template <typename T>
@@ -171,6 +215,13 @@ inline void HostRequest::Upload(const std::string &path, unsigned int uiId,
     auto *pstBody = static_cast<vwCmdBody *>(calloc(1, sizeof(vwCmdBody)));  // the host's
     pstBody->ulChannelId = ullChannel;
     stCtInt.pParseOut = pstBody;
+}
+
+inline int HostRequest::PrepareFor(Stage enStage) {
+    if (resource.run == RunPostITGTSecurityCodeVerify) {
+        Upload("/tmp/talapi-stage-upload.jpg", 4502, 1);
+    }
+    return CallUpTo(enStage == kFormat ? kRun : enStage - 1);
 }
 
 // A record of zero bytes, padding included, as fill sets it; in wire bytes.

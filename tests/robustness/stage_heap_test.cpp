@@ -138,53 +138,19 @@ struct StageUse {
     std::string other;  // the first allocation of no allowed kind
 };
 
-struct Row {
-    const Resource &resource;
-    Stage enStage;
-    const char *query, *body;
-    std::size_t uRecordSize;  // of the resource's result record
-};
-
-constexpr const char *kChannel = "ChannelId=1";
-constexpr const char *kTrafficDome = "ChannelId=1&OverlayPicType=0&BusinessType=TrafficDome";
-constexpr const char *kModeBody = "{\"mode\": 2}";
-constexpr const char *kOsdBody =
-    "{\"picOSDInfo\": {\"picOSDType\": [1, 2, 3], \"picOsdDetail\": [{\"prefixContent\": "
-    "\"No.\"}]}, \"roadIdOSD\": {\"osdContent\": \"Ring Road 3\"}}";
-constexpr const char *kDetectorBody = "{\"enable\": 0, \"rectInfo\": {\"x\": 40}}";
-constexpr std::size_t kLanguage = sizeof(VW_SYS_BACK_LANGUAGE_PARAM);
-constexpr std::size_t kFrameOsd = sizeof(_VW_PIC_OSD_PARA_S);
-constexpr std::size_t kDetector = sizeof(VW_TRAFFIC_FLOW_PARA);
-
-const Row kRows[] = {
-    {kGetLanguage, kRun, kChannel, "", kLanguage},
-    {kGetLanguage, kFormat, kChannel, "", kLanguage},
-    {kPutLanguage, kPreProc, kChannel, kModeBody, kLanguage},
-    {kPutLanguage, kParse, kChannel, kModeBody, kLanguage},
-    {kPutLanguage, kRun, kChannel, kModeBody, kLanguage},
-    {kPutLanguage, kFormat, kChannel, kModeBody, kLanguage},
-    {kGetFrameOsd, kRun, kTrafficDome, "", kFrameOsd},
-    {kGetFrameOsd, kFormat, kTrafficDome, "", kFrameOsd},
-    {kPutFrameOsd, kPreProc, kTrafficDome, kOsdBody, kFrameOsd},
-    {kPutFrameOsd, kParse, kTrafficDome, kOsdBody, kFrameOsd},
-    {kPutFrameOsd, kRun, kTrafficDome, kOsdBody, kFrameOsd},
-    {kPutFrameOsd, kFormat, kTrafficDome, kOsdBody, kFrameOsd},
-    {kGetCapability, kRun, "", "", sizeof(ITGT_ABILITY_REST_API)},
-    {kGetCapability, kFormat, "", "", sizeof(ITGT_ABILITY_REST_API)},
-    {kGetDetector, kRun, kChannel, "", kDetector},
-    {kGetDetector, kFormat, kChannel, "", kDetector},
-    {kPutDetector, kPreProc, kChannel, kDetectorBody, kDetector},
-    {kPutDetector, kParse, kChannel, kDetectorBody, kDetector},
-    {kPutDetector, kRun, kChannel, kDetectorBody, kDetector},
-    {kPutDetector, kFormat, kChannel, kDetectorBody, kDetector},
-    {kGetOsdCapability, kRun, "ChannelId=101", "", sizeof(_tagITGT_OSD_ABILITY_REST_API_S)},
-    {kGetOsdCapability, kFormat, "ChannelId=101", "", sizeof(_tagITGT_OSD_ABILITY_REST_API_S)},
-    {kPostVerify, kRun, kChannel, "", sizeof(VerifyResultParam)},
-    {kPostVerify, kFormat, kChannel, "", sizeof(VerifyResultParam)},
-};
+// The size of the result record of a resource's stages.
+std::size_t RecordSize(const Resource &r) {
+    const std::string name = r.name;
+    return name == "SysBackLanguage"        ? sizeof(VW_SYS_BACK_LANGUAGE_PARAM)
+           : name == "FrameOSD"             ? sizeof(_VW_PIC_OSD_PARA_S)
+           : name == "VideoVehicleDetector" ? sizeof(VW_TRAFFIC_FLOW_PARA)
+           : name == "Capability"           ? sizeof(ITGT_ABILITY_REST_API)
+           : name == "OsdCapability"        ? sizeof(_tagITGT_OSD_ABILITY_REST_API_S)
+                                            : sizeof(VerifyResultParam);
+}
 
 // Sorts the counted allocations of a stage that stored uTextLength bytes of response (0: none).
-StageUse Sort(const Row &row, std::size_t uTextLength) {
+StageUse Sort(const StageCase &row, std::size_t uTextLength) {
     StageUse use;
     const Tally &tally = g_tally;
     for (int i = 0; i < tally.iCount; ++i) {
@@ -197,7 +163,7 @@ StageUse Sort(const Row &row, std::size_t uTextLength) {
                    allocation.uSize == uTextLength + 1 && use.text.iCount == 0) {
             use.text.Add(allocation.uSize);
         } else if (bOurs && asker.libcFunction.empty() && use.record.iCount == 0 &&
-                   (allocation.uSize == row.uRecordSize ||
+                   (allocation.uSize == RecordSize(row.resource) ||
                     (asker.library == "libtalapicommon" && allocation.uSize == VW_CMD_BODY_SIZE))) {
             // GetCommon's record is the whole reply payload: the service is not told the
             // record's size, and a short reply must not leave the module reading past it.
@@ -226,7 +192,7 @@ class StageHeapTest : public ::testing::Test {
         VW_SetLanguageLogFile("/dev/null");
         // The steady state of a running server: the C library's one-time set-up (the time zone
         // that log lines read, for one) is behind it.
-        HostRequest(kGetLanguage, kChannel).Perform();
+        HostRequest(kGetLanguage, kBudgetChannel).Perform();
     }
     void TearDown() override {
         VW_SetDebugLogFile(nullptr);
@@ -238,13 +204,9 @@ class StageHeapTest : public ::testing::Test {
 TEST_F(StageHeapTest, StagesAllocateOnlyJsonNodesTheirTextAndTheirRecord) {
     std::string table =
         "| stage | json-c | response text | result record | stdio |\n|---|---:|---:|---:|---:|\n";
-    for (const Row &row : kRows) {
+    for (const StageCase &row : kEveryStage) {
         HostRequest q(row.resource, row.query, row.body);
-        if (row.resource.run == RunPostITGTSecurityCodeVerify) {
-            q.Upload("/tmp/talapi-heap-upload.jpg", 4502, 1);
-        }
-        int iBefore = row.enStage == kFormat ? q.CallUpTo(kRun) : q.CallUpTo(row.enStage - 1);
-        ASSERT_EQ(iBefore, 0) << StageName(row.resource, row.enStage);
+        ASSERT_EQ(q.PrepareFor(row.enStage), 0) << StageName(row.resource, row.enStage);
         g_tally.iCount = 0;
         t_bCounting = true;
         int iResult = q.Call(row.enStage);

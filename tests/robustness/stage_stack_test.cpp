@@ -60,45 +60,6 @@ std::size_t StackUsed(Job &job) {
     return uUsed;
 }
 
-struct Row {
-    const Resource &resource;
-    Stage enStage;
-    const char *query, *body;
-};
-
-constexpr const char *kChannel = "ChannelId=1";
-constexpr const char *kTrafficDome = "ChannelId=1&OverlayPicType=0&BusinessType=TrafficDome";
-constexpr const char *kOsdBody =
-    "{\"picOSDInfo\": {\"picOSDType\": [1, 2, 3], \"picOsdDetail\": [{\"prefixContent\": "
-    "\"No.\"}]}, \"roadIdOSD\": {\"osdContent\": \"Ring Road 3\"}}";
-
-const Row kRows[] = {
-    {kGetLanguage, kRun, kChannel, ""},
-    {kGetLanguage, kFormat, kChannel, ""},
-    {kPutLanguage, kPreProc, kChannel, "{\"mode\": 2}"},
-    {kPutLanguage, kParse, kChannel, "{\"mode\": 2}"},
-    {kPutLanguage, kRun, kChannel, "{\"mode\": 2}"},
-    {kPutLanguage, kFormat, kChannel, "{\"mode\": 2}"},
-    {kGetFrameOsd, kRun, kTrafficDome, ""},
-    {kGetFrameOsd, kFormat, kTrafficDome, ""},
-    {kPutFrameOsd, kPreProc, kTrafficDome, kOsdBody},
-    {kPutFrameOsd, kParse, kTrafficDome, kOsdBody},
-    {kPutFrameOsd, kRun, kTrafficDome, kOsdBody},
-    {kPutFrameOsd, kFormat, kTrafficDome, kOsdBody},
-    {kGetCapability, kRun, "", ""},
-    {kGetCapability, kFormat, "", ""},
-    {kGetDetector, kRun, kChannel, ""},
-    {kGetDetector, kFormat, kChannel, ""},
-    {kPutDetector, kPreProc, kChannel, "{\"enable\": 0}"},
-    {kPutDetector, kParse, kChannel, "{\"enable\": 0}"},
-    {kPutDetector, kRun, kChannel, "{\"enable\": 0}"},
-    {kPutDetector, kFormat, kChannel, "{\"enable\": 0}"},
-    {kGetOsdCapability, kRun, "ChannelId=101", ""},
-    {kGetOsdCapability, kFormat, "ChannelId=101", ""},
-    {kPostVerify, kRun, kChannel, ""},
-    {kPostVerify, kFormat, kChannel, ""},
-};
-
 class StageStackTest : public ::testing::Test {
   protected:
     void SetUp() override {
@@ -120,13 +81,9 @@ TEST_F(StageStackTest, EveryStageNeedsAtMost48KiB) {
     Job idle{nullptr, kRun, 0};
     const std::size_t uThreadStart = StackUsed(idle);
     std::string table = "| stage | stack (bytes) |\n|---|---:|\n";
-    for (const Row &row : kRows) {
+    for (const StageCase &row : kEveryStage) {
         HostRequest q(row.resource, row.query, row.body);
-        if (row.resource.run == RunPostITGTSecurityCodeVerify) {
-            q.Upload("/tmp/talapi-stack-upload.jpg", 4502, 1);
-        }
-        int iBefore = row.enStage == kFormat ? q.CallUpTo(kRun) : q.CallUpTo(row.enStage - 1);
-        ASSERT_EQ(iBefore, 0) << StageName(row.resource, row.enStage);
+        ASSERT_EQ(q.PrepareFor(row.enStage), 0) << StageName(row.resource, row.enStage);
         Job job{&q, row.enStage, -1};
         std::size_t uUsed = StackUsed(job) - uThreadStart;
         EXPECT_EQ(job.iResult, 0) << StageName(row.resource, row.enStage);
