@@ -595,6 +595,8 @@ int main(int argc, char **argv) {
     const std::string strThreads = std::to_string(stOpt.lThreads);
     std::vector<const char *> vecConfig = {"listening_ports", strPorts.c_str(), "num_threads",
                                            strThreads.c_str()};
+    // For benchmarks: CivetWeb's file serving writes its Date header with gmtime() outside the
+    // lock this server takes, so a file and an API response at the same moment may garble it.
     if (!stOpt.strDocumentRoot.empty()) {
         vecConfig.insert(vecConfig.end(), {"document_root", stOpt.strDocumentRoot.c_str(),
                                            "enable_directory_listing", "no"});

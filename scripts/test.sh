@@ -23,10 +23,10 @@ run_suite() {  # name, ctest options (one word, may be empty), then cmake option
 run_suite native "" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite asan "" -DCMAKE_BUILD_TYPE=Debug -DTALAPI_SANITIZE=ON
-# ThreadSanitizer: every test program, and the concurrent HTTP clients (a race stops the server).
+# ThreadSanitizer: every test, the desk server's end-to-end cases included (a race stops the
+# server).
 export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
-run_suite tsan "-LEe2e" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTALAPI_TSAN=ON
-ctest --test-dir build/tsan --output-on-failure -R 'e2e[.]concurrent_requests'
+run_suite tsan "" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTALAPI_TSAN=ON
 unset TSAN_OPTIONS
 run_suite armhf "" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/armhf-toolchain.cmake"
