@@ -178,15 +178,8 @@ class AllocationFailureTest : public ::testing::Test {
         pstOut = static_cast<Outcome *>(pv);
         NoteFailingStacks(&pstOut->stack);
         daemon.SetHandler(ValidBackend());
-        // Every log line is formatted, and none is shown.
-        g_enDebugFlag = VW_DEBUG_ALL;
-        VW_SetDebugLogFile("/dev/null");
-        VW_SetLanguageLogFile("/dev/null");
     }
     void TearDown() override {
-        g_enDebugFlag = VW_DEBUG_FAILURES;
-        VW_SetDebugLogFile(nullptr);
-        VW_SetLanguageLogFile(nullptr);
         NoteFailingStacks(nullptr);
         munmap(pstOut, sizeof(Outcome));
         (void)system(("rm -rf " + dir).c_str());
@@ -242,6 +235,7 @@ class AllocationFailureTest : public ::testing::Test {
     std::string dir;
     Outcome *pstOut = nullptr;
     std::vector<std::string> knownDefects;
+    DiscardedLogs logs{VW_DEBUG_ALL};
     FakeDaemon daemon;
 };
 

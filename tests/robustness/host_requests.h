@@ -19,8 +19,27 @@
 #include "orbapi_itgt_module.h"
 #include "orbapi_itgt_records.h"
 #include "stage_request.h"
+#include "talapi_log.h"
 
 using Bytes = std::vector<unsigned char>;
+
+// While in scope, both logs go to /dev/null and the debug flag is enDebugFlag: with
+// VW_DEBUG_ALL every line is formatted, as on the most verbose server, and none is kept.
+struct DiscardedLogs {
+    VW_DEBUG_FLAG_E enBefore = g_enDebugFlag;
+    explicit DiscardedLogs(VW_DEBUG_FLAG_E enDebugFlag) {
+        g_enDebugFlag = enDebugFlag;
+        VW_SetDebugLogFile("/dev/null");
+        VW_SetLanguageLogFile("/dev/null");
+    }
+    ~DiscardedLogs() {
+        g_enDebugFlag = enBefore;
+        VW_SetDebugLogFile(nullptr);
+        VW_SetLanguageLogFile(nullptr);
+    }
+    DiscardedLogs(const DiscardedLogs &) = delete;
+    DiscardedLogs &operator=(const DiscardedLogs &) = delete;
+};
 
 // A resource and method: its URL, the common part of its stages' names, its stages (a PUT has
 // all four, a GET or POST Run and Format).

@@ -14,7 +14,6 @@
 #include <string>
 
 #include "host_requests.h"
-#include "talapi_log.h"
 
 extern "C" {
 void *__libc_malloc(size_t uSize);
@@ -188,16 +187,11 @@ class StageHeapTest : public ::testing::Test {
   protected:
     void SetUp() override {
         daemon.SetHandler(ValidBackend());
-        VW_SetDebugLogFile("/dev/null");
-        VW_SetLanguageLogFile("/dev/null");
         // The steady state of a running server: the C library's one-time set-up (the time zone
         // that log lines read, for one) is behind it.
         HostRequest(kGetLanguage, kBudgetChannel).Perform();
     }
-    void TearDown() override {
-        VW_SetDebugLogFile(nullptr);
-        VW_SetLanguageLogFile(nullptr);
-    }
+    DiscardedLogs logs{VW_DEBUG_FAILURES};
     FakeDaemon daemon;
 };
 

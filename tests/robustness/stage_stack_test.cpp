@@ -12,7 +12,6 @@
 #include <string>
 
 #include "host_requests.h"
-#include "talapi_log.h"
 
 namespace {
 
@@ -62,18 +61,8 @@ std::size_t StackUsed(Job &job) {
 
 class StageStackTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        daemon.SetHandler(ValidBackend());
-        // Every log line is formatted, as with the most verbose debug flag, and none is kept.
-        g_enDebugFlag = VW_DEBUG_ALL;
-        VW_SetDebugLogFile("/dev/null");
-        VW_SetLanguageLogFile("/dev/null");
-    }
-    void TearDown() override {
-        g_enDebugFlag = VW_DEBUG_FAILURES;
-        VW_SetDebugLogFile(nullptr);
-        VW_SetLanguageLogFile(nullptr);
-    }
+    void SetUp() override { daemon.SetHandler(ValidBackend()); }
+    DiscardedLogs logs{VW_DEBUG_ALL};
     FakeDaemon daemon;
 };
 
