@@ -79,7 +79,7 @@ inline json_object *PicOsdInfo(const _PIC_OSD_INFO_S &info) {
     return object;
 }
 
-inline json_object *FrameOsd(const _VW_PIC_OSD_PARA_S &osd) {
+inline json_object *Tree(const _VW_PIC_OSD_PARA_S &osd) {
     json_object *object = json_object_new_object();
     json_object_object_add(object, "channelId", json_object_new_uint64(osd.channelId));
     json_object_object_add(object, "overlayType", json_object_new_int(osd.overlayType));
@@ -195,11 +195,11 @@ json_object *Flags(const unsigned char *flags, const char *const (&keys)[N]) {
     return object;
 }
 
-inline json_object *Ability(const ITGT_ABILITY_REST_API &ability) {
+inline json_object *Tree(const ITGT_ABILITY_REST_API &ability) {
     return Flags(reinterpret_cast<const unsigned char *>(&ability), kAbilityKeys);
 }
 
-inline json_object *OsdAbility(const _tagITGT_OSD_ABILITY_REST_API_S &ability) {
+inline json_object *Tree(const _tagITGT_OSD_ABILITY_REST_API_S &ability) {
     const auto *bytes = reinterpret_cast<const unsigned char *>(&ability);
     json_object *object = json_object_new_object();
     for (const char *business : kBusinessKeys) {
@@ -348,7 +348,7 @@ inline int PicOsdInfo(json_object *object, _PIC_OSD_INFO_S &info) {
     return Number(security, "securityCodePos", info.securityCodeInfo.securityCodePos);
 }
 
-inline int FrameOsd(json_object *root, _VW_PIC_OSD_PARA_S &osd) {
+inline int Decode(json_object *root, _VW_PIC_OSD_PARA_S &osd) {
     json_object *info = Get(root, "picOSDInfo");
     json_object *time = Get(root, "timeOSD");
     if (Number64(root, "channelId", osd.channelId) != 0 ||
@@ -387,11 +387,11 @@ int Flags(json_object *object, const char *const (&keys)[N], unsigned char *flag
     return 0;
 }
 
-inline int Ability(json_object *root, ITGT_ABILITY_REST_API &ability) {
+inline int Decode(json_object *root, ITGT_ABILITY_REST_API &ability) {
     return Flags(root, kAbilityKeys, reinterpret_cast<unsigned char *>(&ability));
 }
 
-inline int OsdAbility(json_object *root, _tagITGT_OSD_ABILITY_REST_API_S &ability) {
+inline int Decode(json_object *root, _tagITGT_OSD_ABILITY_REST_API_S &ability) {
     auto *bytes = reinterpret_cast<unsigned char *>(&ability);
     for (const char *business : kBusinessKeys) {
         json_object *items = Get(root, business);

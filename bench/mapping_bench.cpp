@@ -27,7 +27,7 @@ void FillText(char (&text)[N], char base, unsigned int shift) {
     text[N - 1] = '\0';
 }
 
-void FillFrameOsd(_VW_PIC_OSD_PARA_S &osd) {
+void Fill(_VW_PIC_OSD_PARA_S &osd) {
     memset(&osd, 0, sizeof(osd));
     osd.channelId = 3;
     osd.overlayType = VW_OVERLAY_PIC_TYPE_E{1};
@@ -59,77 +59,27 @@ void FillFrameOsd(_VW_PIC_OSD_PARA_S &osd) {
     osd.enableLiveOSD = 1;
 }
 
-// Every other flag set, so that both values appear.
+// One flag in three set, so that both values appear.
 template <typename T>
-void FillFlags(T &record) {
+void Fill(T &record) {
     auto *bytes = reinterpret_cast<unsigned char *>(&record);
     for (std::size_t i = 0; i < sizeof(T); ++i) {
         bytes[i] = (i * 7 + 1) % 3 == 0;
     }
 }
 
-// One record kind: its sample and the hand-written encoder and decoder of its tree.
+// The sample of each record kind, made once.
 template <typename T>
-struct Case {
-    static T &Sample();
-    static json_object *HandTree(const T &record);
-    static int HandDecode(json_object *root, T &record);
-};
-
-template <>
-_VW_PIC_OSD_PARA_S &Case<_VW_PIC_OSD_PARA_S>::Sample() {
-    static auto *record = [] {
-        auto *osd = new _VW_PIC_OSD_PARA_S;
-        FillFrameOsd(*osd);
-        return osd;
+const T &Sample() {
+    static const T *record = [] {
+        auto *filled = new T;
+        Fill(*filled);
+        return filled;
     }();
     return *record;
 }
-template <>
-json_object *Case<_VW_PIC_OSD_PARA_S>::HandTree(const _VW_PIC_OSD_PARA_S &record) {
-    return hand_written::FrameOsd(record);
-}
-template <>
-int Case<_VW_PIC_OSD_PARA_S>::HandDecode(json_object *root, _VW_PIC_OSD_PARA_S &record) {
-    return hand_written::FrameOsd(root, record);
-}
-
-template <>
-ITGT_ABILITY_REST_API &Case<ITGT_ABILITY_REST_API>::Sample() {
-    static ITGT_ABILITY_REST_API record = [] {
-        ITGT_ABILITY_REST_API ability;
-        FillFlags(ability);
-        return ability;
-    }();
-    return record;
-}
-template <>
-json_object *Case<ITGT_ABILITY_REST_API>::HandTree(const ITGT_ABILITY_REST_API &record) {
-    return hand_written::Ability(record);
-}
-template <>
-int Case<ITGT_ABILITY_REST_API>::HandDecode(json_object *root, ITGT_ABILITY_REST_API &record) {
-    return hand_written::Ability(root, record);
-}
 
 using OsdAbility = _tagITGT_OSD_ABILITY_REST_API_S;
-template <>
-OsdAbility &Case<OsdAbility>::Sample() {
-    static OsdAbility record = [] {
-        OsdAbility ability;
-        FillFlags(ability);
-        return ability;
-    }();
-    return record;
-}
-template <>
-json_object *Case<OsdAbility>::HandTree(const OsdAbility &record) {
-    return hand_written::OsdAbility(record);
-}
-template <>
-int Case<OsdAbility>::HandDecode(json_object *root, OsdAbility &record) {
-    return hand_written::OsdAbility(root, record);
-}
 
 template <typename T>
 int SchemaDecode(json_object *root, T &record) {
@@ -140,7 +90,7 @@ int SchemaDecode(json_object *root, T &record) {
 template <typename T>
 int HandDecodeText(const char *text, T &record) {
     json_object *root = cJSON_Parse(text);
-    int result = root == nullptr ? -1 : Case<T>::HandDecode(root, record);
+    int result = root == nullptr ? -1 : hand_written::Decode(root, record);
     cJSON_Delete(root);
     return result;
 }
@@ -149,9 +99,9 @@ int HandDecodeText(const char *text, T &record) {
 // bytes both ways; a benchmark of a pair that differs would compare different work.
 template <typename T>
 bool SameResults(const char *name) {
-    const T &sample = Case<T>::Sample();
+    const T &sample = Sample<T>();
     std::unique_ptr<char, decltype(&free)> ours(json_encode(sample), free);
-    std::unique_ptr<char, decltype(&free)> hand(hand_written::Print(Case<T>::HandTree(sample)),
+    std::unique_ptr<char, decltype(&free)> hand(hand_written::Print(hand_written::Tree(sample)),
                                                 free);
     if (ours == nullptr || hand == nullptr || strcmp(ours.get(), hand.get()) != 0) {
         fprintf(stderr, "%s: the two encoders give different texts\n", name);
@@ -172,7 +122,7 @@ bool SameResults(const char *name) {
 
 template <typename T>
 void EncodeTextSchema(benchmark::State &state) {
-    const T &sample = Case<T>::Sample();
+    const T &sample = Sample<T>();
     for (auto _ : state) {
         char *text = json_encode(sample);
         benchmark::DoNotOptimize(text);
@@ -182,9 +132,9 @@ void EncodeTextSchema(benchmark::State &state) {
 
 template <typename T>
 void EncodeTextHand(benchmark::State &state) {
-    const T &sample = Case<T>::Sample();
+    const T &sample = Sample<T>();
     for (auto _ : state) {
-        char *text = hand_written::Print(Case<T>::HandTree(sample));
+        char *text = hand_written::Print(hand_written::Tree(sample));
         benchmark::DoNotOptimize(text);
         free(text);
     }
@@ -192,7 +142,7 @@ void EncodeTextHand(benchmark::State &state) {
 
 template <typename T>
 void DecodeTextSchema(benchmark::State &state) {
-    std::unique_ptr<char, decltype(&free)> text(json_encode(Case<T>::Sample()), free);
+    std::unique_ptr<char, decltype(&free)> text(json_encode(Sample<T>()), free);
     auto record = std::make_unique<T>();
     for (auto _ : state) {
         benchmark::DoNotOptimize(json_decode(text.get(), nullptr, *record));
@@ -202,7 +152,7 @@ void DecodeTextSchema(benchmark::State &state) {
 
 template <typename T>
 void DecodeTextHand(benchmark::State &state) {
-    std::unique_ptr<char, decltype(&free)> text(json_encode(Case<T>::Sample()), free);
+    std::unique_ptr<char, decltype(&free)> text(json_encode(Sample<T>()), free);
     auto record = std::make_unique<T>();
     for (auto _ : state) {
         benchmark::DoNotOptimize(HandDecodeText(text.get(), *record));
@@ -212,7 +162,7 @@ void DecodeTextHand(benchmark::State &state) {
 
 template <typename T>
 void EncodeTreeSchema(benchmark::State &state) {
-    const T &sample = Case<T>::Sample();
+    const T &sample = Sample<T>();
     for (auto _ : state) {
         json_object *tree = jsonEncoder<T>::encode_nulldata(sample, nullptr);
         benchmark::DoNotOptimize(tree);
@@ -222,9 +172,9 @@ void EncodeTreeSchema(benchmark::State &state) {
 
 template <typename T>
 void EncodeTreeHand(benchmark::State &state) {
-    const T &sample = Case<T>::Sample();
+    const T &sample = Sample<T>();
     for (auto _ : state) {
-        json_object *tree = Case<T>::HandTree(sample);
+        json_object *tree = hand_written::Tree(sample);
         benchmark::DoNotOptimize(tree);
         json_object_put(tree);
     }
@@ -232,7 +182,7 @@ void EncodeTreeHand(benchmark::State &state) {
 
 template <typename T>
 void DecodeTreeSchema(benchmark::State &state) {
-    std::unique_ptr<char, decltype(&free)> text(json_encode(Case<T>::Sample()), free);
+    std::unique_ptr<char, decltype(&free)> text(json_encode(Sample<T>()), free);
     json_object *root = cJSON_Parse(text.get());
     auto record = std::make_unique<T>();
     for (auto _ : state) {
@@ -244,11 +194,11 @@ void DecodeTreeSchema(benchmark::State &state) {
 
 template <typename T>
 void DecodeTreeHand(benchmark::State &state) {
-    std::unique_ptr<char, decltype(&free)> text(json_encode(Case<T>::Sample()), free);
+    std::unique_ptr<char, decltype(&free)> text(json_encode(Sample<T>()), free);
     json_object *root = cJSON_Parse(text.get());
     auto record = std::make_unique<T>();
     for (auto _ : state) {
-        benchmark::DoNotOptimize(Case<T>::HandDecode(root, *record));
+        benchmark::DoNotOptimize(hand_written::Decode(root, *record));
         benchmark::ClobberMemory();
     }
     cJSON_Delete(root);
