@@ -233,27 +233,71 @@ BAD_INPUT = [
     ("empty upload", VERIFY, b"", 400, 4),
     ("upload of 8 MiB, not a JPEG", VERIFY, bytes(8 * MIB), 400, 4),
     ("upload of 8 MiB + 1", VERIFY, bytes(8 * MIB + 1), 413, 4),
+    ("upload to ChannelId=abc", VERIFY.replace("=1", "=abc"), b"\xff\xd8 \xff\xd9", 400, 4),
+    ("upload as JSON", VERIFY, b"\xff\xd8 \xff\xd9", 415, 4, "application/json"),
+    ("upload as a URL-encoded form", VERIFY, b"a=1", 415, 4, "application/x-www-form-urlencoded"),
 ]
 
 
 def case_bad_input(desk):
     body_file = os.path.join(desk.root, "body")
-    for what, target, body, status, code in BAD_INPUT:
+    for what, target, body, status, code, *kind in BAD_INPUT:
         path, query = target.split("?", 1) if "?" in target else (target, "")
-        upload = target == VERIFY
+        upload = path == VERIFY.split("?")[0]
+        kind = (kind or ["image/jpeg" if upload else "application/json"])[0]
         if body is not None:
             with open(body_file, "wb") as out:
                 out.write(body.encode() if isinstance(body, str) else body)
         writes = desk.writes()
         got, document = desk.request("POST" if upload else "PUT", path, query=query,
                                      upload=None if body is None else body_file,
-                                     kind=None if upload else "application/json")
+                                     kind=kind)
         expect(got == status and document["ResponseStatus"]["StatusCode"] == code,
                f"{what}: HTTP {got} {document}")
         expect(desk.writes() - writes == int(status == 200), f"{what}: writes reached the daemon")
     expect(desk.server.poll() is None, "the server is gone")
     leftovers = [name for name in os.listdir("/tmp") if name.startswith("talapi-upload-")]
     expect(not leftovers, f"uploads left behind: {leftovers}")
+
+
+def send_raw(desk, request):
+    """A connection that sends request and then falls silent."""
+    raw = socket.create_connection(("127.0.0.1", desk.port), timeout=30)
+    raw.sendall(request)
+    return raw
+
+
+PUT_HEAD = f"PUT {LANG} HTTP/1.1\r\nHost: desk\r\n".encode()
+# what, what the client sends before it falls silent, the status it gets
+STALLED_BODIES = [
+    ("Content-Length 40, 11 bytes sent", PUT_HEAD + b'Content-Length: 40\r\n\r\n{"mode": 2}', 408),
+    ("chunked body without its last chunk",
+     PUT_HEAD + b'Transfer-Encoding: chunked\r\n\r\nb\r\n{"mode": 2}\r\n', 400),
+]
+
+
+def case_stalled_clients(desk):
+    """Bodies that never arrive whole are refused within the request timeout and never reach the
+    daemon; with the default settings 16 silent connections leave other clients served."""
+    desk.restart_server(["--request-timeout-ms", "1000"])
+    for what, request, status in STALLED_BODIES:
+        writes, start = desk.writes(), time.monotonic()
+        with send_raw(desk, request) as raw:
+            answer = raw.recv(65536).decode()
+        took = time.monotonic() - start
+        expect(answer.startswith(f"HTTP/1.1 {status} ") and 1 <= took < 3,
+               f"{what}: {answer[:40]!r} after {took:.1f} s")
+        expect(desk.writes() == writes, f"{what}: a write reached the daemon")
+    desk.restart_server()
+    stalled = [send_raw(desk, b"GET " + LANG.encode() + b" HTTP/1.1\r\n") for _ in range(16)]
+    try:
+        start = time.monotonic()
+        status, _ = desk.request("GET", LANGUAGE, query="ChannelId=1")
+        took = time.monotonic() - start
+        expect(status == 200 and took < 2, f"with 16 stalled clients: {status} in {took:.1f} s")
+    finally:
+        for raw in stalled:
+            raw.close()
 
 
 if __name__ == "__main__":
