@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "desk_responses.h"
 #include "talapi_types.h"
 
 namespace {
@@ -34,7 +35,7 @@ Access Authenticate(mg_connection *pstConn, const AuthSettings &stAuth, bool bWr
     // Negative: the passwords file cannot be read; no one is let in then.
     if (mg_check_digest_access_authentication(pstConn, stAuth.strRealm.c_str(),
                                               stAuth.strFile.c_str()) <= 0) {
-        mg_send_digest_access_authentication_request(pstConn, stAuth.strRealm.c_str());
+        (void)SendDigestChallenge(pstConn, stAuth.strRealm.c_str());
         return Access::kChallenged;
     }
     const char *pcName = mg_get_request_info(pstConn)->remote_user;  // set by the check

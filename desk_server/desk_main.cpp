@@ -31,23 +31,22 @@ int LogCivetWebMessage(const mg_connection *, const char *pcMessage) {
     return 1;
 }
 
-// CivetWeb's settings: keep-alive, the request timeout, CORS preflights answered by CivetWeb
-// when an origin is allowed (and the header on its own 401 answers), file serving.
+// CivetWeb's settings: keep-alive without Nagle's delay (CivetWeb sends each header line on its
+// own, and a kept connection would wait for the client's delayed ACK), the request timeout,
+// CORS preflights answered by CivetWeb when an origin is allowed (and the header on its own 401
+// answers), file serving.
 std::vector<std::string> HttpSettings(const Options &stOpt) {
-    std::vector<std::string> vecConfig = {"listening_ports",
-                                          stOpt.strListen + ":" + std::to_string(stOpt.lPort),
-                                          "num_threads",
-                                          std::to_string(stOpt.lThreads),
-                                          "enable_keep_alive",
-                                          "yes",
-                                          "request_timeout_ms",
-                                          std::to_string(stOpt.lRequestTimeoutMs),
-                                          "access_control_allow_origin",
-                                          stOpt.strCorsOrigin,
-                                          "access_control_allow_methods",
-                                          "GET, HEAD, PUT, POST, OPTIONS",
-                                          "access_control_allow_headers",
-                                          "Authorization, Content-Type, If-Match, If-None-Match"};
+    // clang-format off
+    std::vector<std::string> vecConfig = {
+        "listening_ports", stOpt.strListen + ":" + std::to_string(stOpt.lPort),
+        "num_threads", std::to_string(stOpt.lThreads),
+        "enable_keep_alive", "yes",
+        "tcp_nodelay", "1",
+        "request_timeout_ms", std::to_string(stOpt.lRequestTimeoutMs),
+        "access_control_allow_origin", stOpt.strCorsOrigin,
+        "access_control_allow_methods", "GET, HEAD, PUT, POST, OPTIONS",
+        "access_control_allow_headers", "Authorization, Content-Type, If-Match, If-None-Match"};
+    // clang-format on
     if (!stOpt.strCorsOrigin.empty()) {
         vecConfig.insert(vecConfig.end(), {"additional_header",
                                            "Access-Control-Allow-Origin: " + stOpt.strCorsOrigin});

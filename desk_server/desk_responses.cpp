@@ -2,6 +2,7 @@
 #include "desk_responses.h"
 
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <new>
 
@@ -29,10 +30,16 @@ void StartResponse(mg_connection *pstConn, int iStatus, const ResponseHeaders &s
     }
 }
 
+// CivetWeb writes the Date header with gmtime(), whose result is shared by all threads, unless
+// the response has one: it is written here with gmtime_r.
 void EndHeaders(mg_connection *pstConn) {
-    // CivetWeb writes the Date header with gmtime(), whose result is shared by all threads.
-    static std::mutex s_dateLock;
-    std::lock_guard<std::mutex> lock(s_dateLock);
+    const time_t now = time(nullptr);
+    tm stNow{};
+    char acDate[64];
+    if (gmtime_r(&now, &stNow) != nullptr &&
+        strftime(acDate, sizeof(acDate), "%a, %d %b %Y %H:%M:%S GMT", &stNow) > 0) {
+        mg_response_header_add(pstConn, "Date", acDate, -1);
+    }
     mg_response_header_send(pstConn);
 }
 
@@ -69,6 +76,14 @@ int SendEnvelope(mg_connection *pstConn, tagHTTP_HEADER_S *pstHeader, int iStatu
     tagHTTP_BUF_S stOut{AppendToSink, &strBody, nullptr};
     (void)FormatCommonStatus(pstHeader, enResult, nullptr, &stOut);
     return SendJson(pstConn, iStatus, strBody, stHeaders);
+}
+
+int SendDigestChallenge(mg_connection *pstConn, const char *pcRealm) {
+    // CivetWeb dates this answer itself, with gmtime(): one challenge at a time.
+    static std::mutex s_challengeLock;
+    std::lock_guard<std::mutex> lock(s_challengeLock);
+    mg_send_digest_access_authentication_request(pstConn, pcRealm);
+    return 401;
 }
 
 int AppendToSink(tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen) {

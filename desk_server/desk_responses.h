@@ -32,6 +32,9 @@ int SendEmpty(mg_connection *pstConn, int iStatus, const ResponseHeaders &stHead
 int SendEnvelope(mg_connection *pstConn, tagHTTP_HEADER_S *pstHeader, int iStatus,
                  VW_RESULT_TYPE enResult, const ResponseHeaders &stHeaders = {});
 
+// Sends CivetWeb's 401 Digest challenge for realm.
+int SendDigestChallenge(mg_connection *pstConn, const char *pcRealm);
+
 // Copy2Buf of a response buffer: appends to the std::string named by pvHostSink.
 int AppendToSink(tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen);
 
