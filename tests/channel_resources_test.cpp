@@ -121,7 +121,7 @@ TEST_F(ChannelResourcesTest, DetectorPutChangesOnlyWhatItsBodyCarries) {
     }
 }
 
-TEST_F(ChannelResourcesTest, DetectorReadingStagesRefuseMissingArgumentsAndChannels) {
+TEST_F(ChannelResourcesTest, DetectorStagesRefuseMissingArgumentsRecordsAndChannels) {
     StageRequest request("GET", "/api/v1/itgt/video-vehicle-detector", "");
     EXPECT_EQ(
         RunGetITGTVideoVehicleDetector(&request.stHeader, &request.stClient, &request.stCtInt), 4);
@@ -132,6 +132,14 @@ TEST_F(ChannelResourcesTest, DetectorReadingStagesRefuseMissingArgumentsAndChann
               Printf("[TALAPI]:PreProcPutITGTVideoVehicleDetector: invalid param, header[%p] "
                      "client[%p] ctIn[%p]",
                      static_cast<void *>(&request.stHeader), nullptr,
+                     static_cast<void *>(&request.stCtInt)));
+    // No Parse record: nothing to write.
+    EXPECT_EQ(
+        RunPutITGTVideoVehicleDetector(&request.stHeader, &request.stClient, &request.stCtInt), -1);
+    EXPECT_EQ(BusinessLines(logs).back().message,
+              Printf("[TALAPI]:RunPutITGTVideoVehicleDetector: invalid param, header[%p] "
+                     "client[%p] ctIn[%p]",
+                     static_cast<void *>(&request.stHeader), static_cast<void *>(&request.stClient),
                      static_cast<void *>(&request.stCtInt)));
     EXPECT_EQ(daemon.RequestCount(), 0u);
 }

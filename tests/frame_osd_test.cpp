@@ -215,7 +215,7 @@ TEST_F(FrameOsdTest, TheBusinessTypeChoosesTheCommandAndQueriesAreReadInOrder) {
     }
 }
 
-TEST_F(FrameOsdTest, FormatStagesCheckTheirArgumentsAndOnlyGetComparesTheBusinessType) {
+TEST_F(FrameOsdTest, StagesCheckTheirArgumentsAndOnlyGetComparesTheBusinessType) {
     StageRequest request("GET", kUrl, "BusinessType=Face");
     tagHTTP_BUF_S *pstBuf = &request.response.stBuf;
     EXPECT_EQ(FormatGetITGTFrameOSD(&request.stHeader, VW_RESULT_OK, &request.stCtInt, pstBuf), -1);
@@ -225,8 +225,12 @@ TEST_F(FrameOsdTest, FormatStagesCheckTheirArgumentsAndOnlyGetComparesTheBusines
     EXPECT_NE(request.response.text.find("\"StatusCode\": 4"), std::string::npos);
     EXPECT_EQ(FormatPutITGTFrameOSD(&request.stHeader, VW_RESULT_OK, nullptr, pstBuf), -1);
     EXPECT_EQ(ParsePutITGTFrameOSD(nullptr, pstBuf, &request.stCtInt), -1);
+    logs.Clear();
+    // No Parse record: nothing to write.
+    EXPECT_EQ(RunPutITGTFrameOSD(&request.stHeader, &request.stClient, &request.stCtInt), -1);
     EXPECT_EQ(BusinessLines(logs).back(),
               (LogLine{3, "orbapi_itgt_module", "[TALAPI]:Invalid Param"}));
+    EXPECT_EQ(daemon.RequestCount(), 0u);
 }
 
 }  // namespace

@@ -252,6 +252,8 @@ TEST_F(SysBackLanguageTest, StagesRefuseMissingArgumentsAndRecordsWithoutEventOr
          Printf(pcRun, "PreProcPutITGTSysBackLanguage", nullptr, s, i)},
         {RunPutITGTSysBackLanguage(h, nullptr, i),
          Printf(pcRun, "RunPutITGTSysBackLanguage", h, nullptr, i)},
+        // No Parse record: nothing to write.
+        {RunPutITGTSysBackLanguage(h, c, i), Printf(pcRun, "RunPutITGTSysBackLanguage", h, c, i)},
         {FormatGetITGTSysBackLanguage(h, VW_RESULT_OK, i, b),
          Printf(pcGet, "FormatGetITGTSysBackLanguage", h, i, b, nullptr)},
         {FormatGetITGTSysBackLanguage(h, VW_RESULT_OK, nullptr, b),

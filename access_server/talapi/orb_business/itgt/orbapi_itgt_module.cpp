@@ -152,7 +152,10 @@ ITGT_STAGE ParsePutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, tagHTTP_BUF_
 ITGT_STAGE RunPutITGTSysBackLanguage(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
                                      tagHTTP_CNTENT_INTER_S *pstCtIn) {
     TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter  RunPutITGTSysBackLanguage");
-    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+    // Without a Parse record (a host that goes on after a failed PreProc or Parse) nothing is
+    // written.
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr ||
+        pstCtIn->pParseOut == nullptr) {
         return InvalidStageParam(__func__, pstHeader, pstClient, pstCtIn);
     }
     TALAPI_LOG(VW_LOG_TRACE, "[TALAPI]:Enter RunPutITGTSysBackLanguage--SetCommon");
@@ -349,7 +352,8 @@ ITGT_STAGE ParsePutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagHTTP_BUF_S *pstB
 
 ITGT_STAGE RunPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
                               tagHTTP_CNTENT_INTER_S *pstCtIn) {
-    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr ||
+        pstCtIn->pParseOut == nullptr) {
         return InvalidFrameOsdParam();
     }
     VW_CMD_TYPE enCmd;
@@ -359,7 +363,7 @@ ITGT_STAGE RunPutITGTFrameOSD(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pst
     }
     // A body may set picOSDNum beyond the item capacity; such a record never reaches the daemon.
     const auto *pstParam = static_cast<const _VW_PIC_OSD_PARA_S *>(pstCtIn->pParseOut);
-    if (pstParam != nullptr && pstParam->picOSDInfo.picOSDNum > PIC_OSD_ITEM_CAPACITY) {
+    if (pstParam->picOSDInfo.picOSDNum > PIC_OSD_ITEM_CAPACITY) {
         TALAPI_LOG(VW_LOG_ERROR, "[TALAPI]:%s: picOSDNum[%u] exceeds the %u items of a frame OSD",
                    __func__, pstParam->picOSDInfo.picOSDNum, PIC_OSD_ITEM_CAPACITY);
         return VW_RESULT_PARAM_ERR;
@@ -423,7 +427,8 @@ ITGT_STAGE ParsePutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, tagHTTP
 
 ITGT_STAGE RunPutITGTVideoVehicleDetector(tagHTTP_HEADER_S *pstHeader, tagHTTP_CLIENT_S *pstClient,
                                           tagHTTP_CNTENT_INTER_S *pstCtIn) {
-    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr) {
+    if (pstHeader == nullptr || pstClient == nullptr || pstCtIn == nullptr ||
+        pstCtIn->pParseOut == nullptr) {
         return InvalidStageParam(__func__, pstHeader, pstClient, pstCtIn);
     }
     return SetCommon(pstHeader, pstCtIn->pParseOut, sizeof(VW_TRAFFIC_FLOW_PARA),
