@@ -75,10 +75,7 @@ class Desk:
         checked against the API. The body is a text, or the file named by upload (a picture
         unless kind says otherwise). curl: more curl options (headers, credentials, a form)."""
         status, _, text = self.exchange(method, path, body, query, upload, kind, curl)
-        document = json.loads(text) if text else None
-        if document is not None:
-            self.validate(path, method.lower(), status, document)
-        return status, document
+        return status, json.loads(text) if text else None
 
     def exchange(self, method, path, body=None, query="", upload=None, kind=None, curl=()):
         """curl's answer as (status, headers with lower-case names, body text)."""
@@ -100,14 +97,30 @@ class Desk:
                 headers = {}  # the last of several answers (a digest challenge, then the answer)
             elif colon:
                 headers[name.strip().lower()] = value.strip()
-        return int(status), headers, "" if method == "HEAD" else text
+        text = "" if method == "HEAD" else text
+        self.validate(path, method.lower(), int(status), json.loads(text) if text else None)
+        return int(status), headers, text
 
     def validate(self, path, method, status, document):
-        operation = self.api["paths"].get(path, {}).get(method, {})
-        response = operation.get("responses", {}).get(str(status),
-                                                       {"$ref": "#/components/responses/Status"})
+        """The status must be one the description lists for the operation, and the body (None:
+        no body) what it says. HEAD is the GET without a body. Paths and methods it does not
+        describe answer with the envelope: an unknown path 404 or 414, another method 405; OPTIONS
+        204 without a body (a CORS preflight 200)."""
+        operation = self.api["paths"].get(path, {}).get("get" if method == "head" else method)
+        if operation is None:
+            options = method == "options"
+            expect(status in ((200, 204) if options else (404, 405, 414)),
+                   f"{method} {path}: HTTP {status}")
+            response = {} if options else {"content": {"application/json": {"schema": {
+                "$ref": "#/components/schemas/Envelope"}}}}
+        else:
+            response = operation["responses"].get(str(status))
+            expect(response is not None, f"{method} {path}: HTTP {status} is not described")
         if "$ref" in response:
             response = self.api["components"]["responses"][response["$ref"].rsplit("/", 1)[1]]
+        if method == "head" or "content" not in response:
+            expect(document is None, f"{method} {path}: HTTP {status} has a body")
+            return
         schema = response["content"]["application/json"]["schema"]
         resolver = jsonschema.RefResolver.from_schema(self.api)
         jsonschema.Draft202012Validator(schema, resolver=resolver).validate(document)
