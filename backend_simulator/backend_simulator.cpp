@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The backend daemon simulator: listens on the daemon's Unix-domain socket, speaks the host's wire
 // framing (talapi_unix_socket.h) and serves the daemon's commands from a persistent store.
 // One blocking thread per connection; on SIGINT/SIGTERM every connection is shut down, so the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The daemon's side of the wire records: the exact bytes that replies carry and writes deliver.
 // Little-endian, natural alignment; every padding byte is a named member so that a stored record
 // keeps whatever bytes a client wrote. Enumeration values are the daemon's own choice.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Command handling, default data and the state file of the simulated daemon.
 //
 // State file (native little-endian integers):

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The simulated daemon's state and its command handling. Settings records live in memory behind
 // one mutex and are saved whole to the state file after every accepted write.
 #ifndef BACKEND_SIMULATOR_STORE_H

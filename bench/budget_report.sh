@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Stack and size of the armhf build: the largest frames of the module and the host services'
 # frames that a stage adds (from the .su files of -fstack-usage); the stripped sizes of the module and the common
 # library and their largest symbols. Usage: budget_report.sh ARMHF_BUILD_DIR
@@ -26,13 +27,14 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 echo "| library | stripped bytes | KiB |"
 echo "|---|---:|---:|"
-for library in "$module/liborbapiITGT.so" "$common/libtalapicommon.so" "$common/libtalapilog.so"; do
+module_file=$(find "$build" -path "*/talapi/modules/liborbapiITGT.so" -print -quit)
+for library in "$module_file" "$common/libtalapicommon.so" "$common/libtalapilog.so"; do
     arm-linux-gnueabihf-strip -o "$work/stripped.so" "$library"
     bytes=$(stat -c %s "$work/stripped.so")
     awk -v name="$(basename "$library")" -v b="$bytes" \
         'BEGIN { printf "| %s | %d | %.1f |\n", name, b, b / 1024 }'
 done
-for library in "$module/liborbapiITGT.so" "$common/libtalapicommon.so"; do
+for library in "$module_file" "$common/libtalapicommon.so"; do
     echo
     echo "Sections of $(basename "$library"):"
     echo '```'

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Load on the desk: wrk against the desk access server, each API case next to a static file of
 # the same bytes served by the same server process (CivetWeb's own file serving, the HTTP floor).
 #
@@ -7,8 +8,7 @@
 # case, DEBUG_FLAG for the desk server's --debug-flag (default 3, failures only),
 # SERVER_OPTIONS for more desk server options (say "--threads 16"), SIMULATOR_OPTIONS for the
 # backend simulator's (default --memory; "--state FILE" saves every write to FILE).
-# BUILD_DIR holds backend_simulator/backend_simulator, desk_server/talapi_desk_server and the
-# module. The simulator and the server run on a free port and a private TALAPI_SOCKET_ROOT, and
+# BUILD_DIR holds bin/backend_simulator and bin/talapi_desk_server, which finds the module. The simulator and the server run on a free port and a private TALAPI_SOCKET_ROOT, and
 # are stopped on exit. Prints a Markdown table; exits non-zero when a case had responses that
 # were not 2xx or 3xx.
 set -euo pipefail
@@ -22,10 +22,9 @@ read -r -a server_options <<< "${SERVER_OPTIONS:-}"
 connections=16
 threads=2
 
-simulator_bin=$build/backend_simulator/backend_simulator
-server_bin=$build/desk_server/talapi_desk_server
-module=$build/access_server/talapi/orb_business/itgt/liborbapiITGT.so
-for file in "$simulator_bin" "$server_bin" "$module"; do
+simulator_bin=$build/bin/backend_simulator
+server_bin=$build/bin/talapi_desk_server
+for file in "$simulator_bin" "$server_bin"; do
     [[ -e $file ]] || { echo "desk_load: missing $file (build first)" >&2; exit 1; }
 done
 command -v wrk > /dev/null || { echo "desk_load: wrk is not installed" >&2; exit 1; }
@@ -67,7 +66,7 @@ read -r -a simulator_options <<< "${SIMULATOR_OPTIONS:---memory}"
 simulator=$!
 await_listening "$simulator" "$root/simulator.out" > /dev/null
 
-"$server_bin" --module "$module" --port 0 --run-dir "$root/run" --debug-flag "$debug_flag" \
+"$server_bin" --port 0 --run-dir "$root/run" --debug-flag "$debug_flag" \
     --document-root "$root/www" "${server_options[@]}" > "$root/server.out" 2>&1 &
 server=$!
 banner=$(await_listening "$server" "$root/server.out")

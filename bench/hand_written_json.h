@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The baseline of the mapping benchmark: the module's records written and read with plain json-c
 // calls, as one would code them by hand for each record. They build and read the same trees as
 // the schemas: same keys in the same order, same value types, same checks on decoding. They keep

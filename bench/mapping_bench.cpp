@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON mapping against hand-written json-c code, both directions, for the largest record (a
 // full frame OSD: 37 items, every text at its longest) and the two capability records.
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Instructions per call of each mapping benchmark pair, counted by callgrind: repeatable on a
 # busy machine, where times are not. Each benchmark runs with N and 2N iterations (and json-c's
 # unseeded key hash, so that both runs do the same work); the difference

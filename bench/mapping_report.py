@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Runs the mapping benchmark with repetitions, randomly interleaved so that a busy spell of the
 machine does not fall on one side of a pair, and prints, for each pair, the median times of the
 schema and the hand-written code and their ratio, as a Markdown table.

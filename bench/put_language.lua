@@ -1,3 +1,4 @@
+-- SPDX-License-Identifier: Apache-2.0
 -- wrk script: every request is a PUT of the backlight language mode as a JSON body. With an
 -- argument N the requests go round channels 1..N: N instances, each with its own writer lock.
 wrk.method = "PUT"

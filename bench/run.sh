@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Reruns every benchmark and budget measurement and prints the figures as Markdown (also kept in
 # build/bench-results.md): the machine; the mapping against hand-written json-c (median times and
 # instruction counts); the heap use of each stage; the stack and size of the armhf build; the desk

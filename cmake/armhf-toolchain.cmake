@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Cross-build for 32-bit little-endian ARM (armhf) with Debian's cross toolchain and multiarch
 # libraries; test programs run under qemu user emulation.
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Authentication and roles.
 #include "desk_auth.h"
 

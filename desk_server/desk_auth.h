@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Authentication and roles: HTTP Digest with CivetWeb's own check against an htdigest passwords
 // file; viewers may only read.
 #ifndef TALAPI_DESK_AUTH_H

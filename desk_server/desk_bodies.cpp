@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
 // Request bodies.
 #include "desk_bodies.h"
 
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <iterator>
 #include <strings.h>
 #include <unistd.h>
 
@@ -102,30 +104,23 @@ int OnFormFileStored(const char *, long long llSize, void *pvForm) {
 
 }  // namespace
 
+// The HTTP status and StatusCode of each BodyRead, in its order.
+constexpr struct {
+    int iStatus;
+    VW_RESULT_TYPE enResult;
+} kBodyAnswers[] = {{200, VW_RESULT_OK},        {413, VW_RESULT_PARAM_ERR},
+                    {408, VW_RESULT_PARAM_ERR}, {400, VW_RESULT_PARAM_ERR},
+                    {411, VW_RESULT_PARAM_ERR}, {415, VW_RESULT_PARAM_ERR},
+                    {500, VW_RESULT_FAIL}};
+static_assert(std::size(kBodyAnswers) == static_cast<std::size_t>(BodyRead::kStoreFailed) + 1,
+              "one answer per BodyRead");
+
 int HttpStatusOf(BodyRead enRead) {
-    switch (enRead) {
-        case BodyRead::kOk:
-            return 200;
-        case BodyRead::kTooLarge:
-            return 413;
-        case BodyRead::kIncomplete:
-            return 408;
-        case BodyRead::kMalformed:
-            return 400;
-        case BodyRead::kLengthRequired:
-            return 411;
-        case BodyRead::kWrongType:
-            return 415;
-        case BodyRead::kStoreFailed:
-            break;
-    }
-    return 500;
+    return kBodyAnswers[static_cast<int>(enRead)].iStatus;
 }
 
 VW_RESULT_TYPE ResultOf(BodyRead enRead) {
-    return enRead == BodyRead::kOk            ? VW_RESULT_OK
-           : enRead == BodyRead::kStoreFailed ? VW_RESULT_FAIL
-                                              : VW_RESULT_PARAM_ERR;
+    return kBodyAnswers[static_cast<int>(enRead)].enResult;
 }
 
 BodyRead ReadJsonBody(mg_connection *pstConn, std::chrono::milliseconds timeout,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Request bodies: a JSON body read into memory, an upload streamed into a file. Either arrives
 // whole within the request timeout or is refused; nothing partial reaches a stage.
 #ifndef TALAPI_DESK_BODIES_H

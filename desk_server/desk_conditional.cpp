@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conditional requests and the writer lock of each resource instance.
 #include "desk_conditional.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Conditional requests and the writer lock of each resource instance.
 //
 // A resource's entity tag is a hash of the daemon's record bytes: a GET's Run and a PUT's PreProc

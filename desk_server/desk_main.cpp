@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The desk access server: an HTTP server on CivetWeb that loads a business module with dlopen
 // and answers every request on one of the module's resources (desk_routes.h) by calling the
 // module's stages in the access server's calling order (desk_pipeline.cpp). Given a document
@@ -82,7 +83,8 @@ int main(int argc, char **argv) {
         return 1;
     }
     static DeskServer stServer;  // read-only once the server runs, but for its writer locks
-    void *pvModule = LoadModule(stOpt.strModule, stServer);
+    void *pvModule =
+        LoadModule(stOpt.strModule.empty() ? DefaultModule() : stOpt.strModule, stServer);
     if (pvModule == nullptr) {
         return 1;
     }

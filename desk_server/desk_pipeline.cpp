@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The journey of a request through the desk server.
 //
 // Each request runs on a CivetWeb worker thread with host records of its own and the worker's

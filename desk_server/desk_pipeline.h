@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The journey of a request: routing, access, addressing, body, then the module's stages in the
 // access server's calling order, and the response.
 #ifndef TALAPI_DESK_PIPELINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writing responses.
 #include "desk_responses.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Writing responses: every answer of the desk server goes out through these, so each carries
 // the same framing (length, type, CORS) and a HEAD request never gets a body.
 #ifndef TALAPI_DESK_RESPONSES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The resources the desk server answers, and the module stages behind each of them.
 // A new resource or method is one more row; its stages are looked up in the module at start-up.
 #ifndef TALAPI_DESK_ROUTES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up: the options, the logs, the module and its stages.
 #include "desk_startup.h"
 
@@ -20,7 +21,9 @@ constexpr const char *kProgram = "talapi_desk_server";
 
 constexpr const char *kUsage =
     "usage: talapi_desk_server [options]\n"
-    "  --module PATH      business module to load (default: the built module)\n"
+    "  --module PATH      business module to load (default: from the server's folder,\n"
+    "                     " TALAPI_DESK_MODULE_FROM_BIN
+    ")\n"
     "  --listen ADDR      address to listen on (default 127.0.0.1); an address other than\n"
     "                     loopback needs --auth-file or --no-auth\n"
     "  --port N           port to listen on, 0 for any free one (default 8080)\n"
@@ -78,6 +81,12 @@ bool ResolveStage(void *pvModule, const char *pcName, const std::string &strPath
 }
 
 }  // namespace
+
+std::string DefaultModule() {
+    std::error_code ec;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
+    return (self.parent_path() / TALAPI_DESK_MODULE_FROM_BIN).lexically_normal().string();
+}
 
 int ParseOptions(int argc, char **argv, Options &stOpt) {
     struct ValuedOption {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Start-up: the options, the logs, the module and its stages.
 #ifndef TALAPI_DESK_STARTUP_H
 #define TALAPI_DESK_STARTUP_H
@@ -8,7 +9,7 @@
 #include "talapi_log.h"
 
 struct Options {
-    std::string strModule = TALAPI_DESK_DEFAULT_MODULE;
+    std::string strModule;  // empty: the module folder beside the server's (DefaultModule)
     std::string strListen = "127.0.0.1";
     long lPort = 8080;
     std::string strRunDir = "./run";
@@ -24,6 +25,9 @@ struct Options {
     std::string strSetPassword;  // user whose password to set, then exit
     std::string strDeleteUser;   // user to remove, then exit
 };
+
+// The module in the host's module folder, found from the folder of the running program.
+std::string DefaultModule();
 
 // 0 to go on, otherwise the process's exit code (help: -1 for 0, bad usage: 1).
 int ParseOptions(int argc, char **argv, Options &stOpt);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON mapping: any text decoded into a record with one member of every kind, that record
 // encoded and decoded again (the round trip must be exact), and the value converters fed with
 // the text's values.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The module's Parse stages of the three writable records, called as the access server calls
 // them. Input: one byte choosing the resource, the body up to the first NUL, then the record the
 // PreProc stage read (zero-padded when short). The body comes first so that mutations mostly land

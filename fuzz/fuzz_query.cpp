@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Query parameters: the three getters on any query string and key, against a small model of the
 // query rules. Input: one byte giving the key's length (0 to 63), the key, then the query string.
 #include <algorithm>

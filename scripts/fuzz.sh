@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds the libFuzzer targets with clang into build/fuzz and runs each for SECONDS_PER_TARGET
 # (default 60) on a copy of its seed corpus, with its dictionary. Prints the executions of each
 # target; exits non-zero when a target finds a crash (its input is kept in build/fuzz/artifacts).

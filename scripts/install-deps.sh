@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Installs the Debian 12 packages the project needs, only those missing (run as root).
 #   install-deps.sh          build and run natively
 #   install-deps.sh --all    also the tests' tools (fuzzing, valgrind, python) and the armhf cross

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds everything, then runs the backend simulator in the background and the desk access
 # server in the foreground (Ctrl-C stops both). PORT (default 8080) and TALAPI_SOCKET_ROOT
 # (default: none, the daemon socket is /tmp/A) can be set in the environment.
@@ -12,7 +13,7 @@ cmake --build build/desk -j"$(nproc)"
 port=${PORT:-8080}
 run=build/desk-run
 mkdir -p "$run"
-build/desk/backend_simulator/backend_simulator --state "$run/backend-state.bin" \
+build/desk/bin/backend_simulator --state "$run/backend-state.bin" \
     > "$run/simulator.out" 2>&1 &
 simulator=$!
 trap 'kill "$simulator" 2>/dev/null; wait "$simulator" 2>/dev/null || true' EXIT
@@ -29,4 +30,4 @@ Desk access server on http://127.0.0.1:$port (logs in $run). Try:
   curl -s 'http://127.0.0.1:$port/api/v1/itgt/capability'
 Ctrl-C stops both programs.
 MSG
-build/desk/desk_server/talapi_desk_server --port "$port" --run-dir "$run"
+build/desk/bin/talapi_desk_server --port "$port" --run-dir "$run"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Backend messaging of the host: the socket record, RestSendSynUnixMsg, GetCommon and SetCommon,
 // exchanging over a real Unix-domain socket with the fake daemon.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Video vehicle detector and OSD capability through the module's exported stages.
 #include <gtest/gtest.h>
 

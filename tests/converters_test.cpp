@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Value converters: time of day, local date-time (under a zone with daylight saving), numeric
 // arrays and the bounded text of a text record.
 #include <gtest/gtest.h>

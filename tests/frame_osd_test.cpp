@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Frame OSD through the module's exported stages, against a fake daemon.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Test records with one member of every kind the mapping supports, and helpers to compare them.
 #ifndef TESTS_MAPPING_RECORDS_H
 #define TESTS_MAPPING_RECORDS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The JSON mapping: member coders and the encode and decode drivers, through json_encode,
 // json_decode and the encoders/decoders of mapped records.
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The module's dynamic linking surface, read from the ELF file: what it exports, what it imports
 // and the libraries it needs.
 #include <gmock/gmock.h>
@@ -92,7 +93,8 @@ TEST(ModuleExports, ExactlyTheStageFunctionsAndNothingElse) {
 
 TEST(ModuleExports, TakesTheHostServicesFromTheHostLibrariesDynamically) {
     DynamicSurface surface = ReadDynamicSurface(ORBAPI_ITGT_PATH);
-    EXPECT_THAT(surface.needed, ::testing::IsSupersetOf({"libtalapicommon.so", "libtalapilog.so"}));
+    EXPECT_THAT(surface.needed,
+                ::testing::IsSupersetOf({"libtalapicommon.so.1", "libtalapilog.so.1"}));
     // Host services are imports (C++ names, so matched by substring), never copies of host code.
     for (const char *pcService : {"GetCommon", "SetCommon", "RestSendSynUnixMsg",
                                   "GetURIQueryParamByKey", "FormatCommonStatus", "cJSON_Parse",

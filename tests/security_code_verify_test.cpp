@@ -1,5 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
 // Security code verification through the module's exported stages, with real files and a fake
 // daemon that reads the picture at the fixed path the way the backend does.
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -64,7 +66,7 @@ class SecurityCodeVerifyTest : public ::testing::Test {
         dir = szDir;
         Serve();
     }
-    void TearDown() override { (void)system(("rm -rf " + dir).c_str()); }
+    void TearDown() override { std::filesystem::remove_all(dir); }
 
     // A request whose upload holds `bytes` (none: no file), with the channel in its command body.
     struct Upload : StageRequest {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The shared Format and Parse stages of the business header, over test records.
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """Contract cases: the API description against the running desk. Every operation is called with
 its documented example and made to answer each failure status it documents; requests the
 description rejects are rejected by the server, and those it accepts that the server refuses

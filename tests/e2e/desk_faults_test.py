@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """End-to-end fault cases: the desk server against a misbehaving backend daemon, and bad input
 over HTTP, which must be refused without any write reaching the daemon. Every JSON response is
 validated against the API description.

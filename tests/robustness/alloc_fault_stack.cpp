@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The injector of tests/support/alloc_fault.cpp, its malloc, calloc and realloc compiled here
 // under other names and wrapped by replacements that note the stack of the failing call.
 #define malloc InjectorMalloc

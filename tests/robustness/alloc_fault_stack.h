@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The allocation-failure injector of alloc_fault.h, built from alloc_fault_stack.cpp instead of
 // alloc_fault.cpp, with one addition: every failing allocation notes its call stack.
 #ifndef TESTS_ROBUSTNESS_ALLOC_FAULT_STACK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocation-failure injection through every exported stage: each run of a stage has its 1st,
 // 2nd, ... allocation fail until a run no longer reaches the failure. Every run must end with one
 // of the stage's documented results and consistent interchange records, without crash or leak.
@@ -11,6 +12,7 @@
 //   (under valgrind the child exits with valgrind's error status).
 // - printer gap (printbuf_memappend): the printer ignores a printbuf that could not grow and
 //   answers the text without that piece (Format gives 0 with a response that is not JSON).
+#include <filesystem>
 #include <dlfcn.h>
 #include <json-c/json.h>
 #include <signal.h>
@@ -182,7 +184,7 @@ class AllocationFailureTest : public ::testing::Test {
     void TearDown() override {
         NoteFailingStacks(nullptr);
         munmap(pstOut, sizeof(Outcome));
-        (void)system(("rm -rf " + dir).c_str());
+        std::filesystem::remove_all(dir);
     }
 
     // The injection in a child process (the daemon stopped, so that the child is a copy of a

@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
 // Eight threads, like the workers of an access server, run thousands of mixed requests through the
 // exported stages against one fake daemon, each worker on its own channel and its own kept backend
 // connection: every response must be the one its request expects. Verifications overlap, and each
 // upload must get the verdict on its own picture, which the daemon reads at the fixed path.
+#include <filesystem>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -153,7 +155,7 @@ TEST(ConcurrencyTest, MixedRequestsOfEightWorkersEachGetTheirOwnResponses) {
     }
     EXPECT_EQ(daemon.ConnectionCount(), static_cast<std::size_t>(kThreads)) << "kept connections";
     VW_SetLanguageLogFile(nullptr);
-    (void)system(("rm -rf " + shared.dir).c_str());
+    std::filesystem::remove_all(shared.dir);
 }
 
 }  // namespace

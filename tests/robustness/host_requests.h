@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Requests as an access server drives them through the module's stages, a fake backend that
 // answers every command with a valid record, and JPEG uploads that the backend can tell apart.
 #ifndef TESTS_ROBUSTNESS_HOST_REQUESTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The heap use of every exported stage, counted by a replacement malloc while the stage runs and
 // sorted by who asked: json-c (its nodes, parser and printer), the stage's one response text,
 // its one result record (the module's, or GetCommon's copy of the reply payload), stdio's FILE of

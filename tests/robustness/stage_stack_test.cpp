@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stack each exported stage needs, measured: the stage runs alone on a thread whose stack was
 // filled with a pattern, and the deepest byte that changed gives its high-water mark, host
 // services, json-c and the C library included. A request thread must hold the command body and

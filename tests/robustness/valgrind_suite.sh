@@ -1,4 +1,5 @@
 #!/bin/sh
+# SPDX-License-Identifier: Apache-2.0
 # Runs each GoogleTest program under valgrind's leak check, one after the other; fails when a
 # program fails, makes a memory error or loses memory (definitely or indirectly).
 # Usage: valgrind_suite.sh VALGRIND SUPPRESSIONS PROGRAM...

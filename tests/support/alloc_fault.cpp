@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replaces the program's malloc, calloc and realloc with versions that can fail on request and
 // otherwise forward to the allocator underneath (the sanitizer's when one is linked in).
 #include "alloc_fault.h"

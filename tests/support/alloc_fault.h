@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Allocation-failure injection for test programs. alloc_fault.cpp replaces malloc, calloc and
 // realloc of the whole program; it must be a source of the test executable itself.
 #ifndef TESTS_SUPPORT_ALLOC_FAULT_H

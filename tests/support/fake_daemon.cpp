@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The fake backend daemon: an accept thread and one thread per connection. Every thread waits
 // with poll on its socket and on a stop pipe, so stopping never depends on what clients do.
 #include "fake_daemon.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A scriptable stand-in for the backend daemon. It listens on a real Unix-domain socket in a
 // private temporary directory and points TALAPI_SOCKET_ROOT there, so that the peer path "/tmp/A"
 // reaches it; it records every request and answers each through the test's handler. The newest

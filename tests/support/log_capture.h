@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures the debug and operation logs through the logging library's sinks, for exact
 // assertions. One capture at a time (a second one aborts); while active, no file is written.
 #ifndef TALAPI_TESTS_LOG_CAPTURE_H

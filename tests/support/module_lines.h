@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Views of captured logs for asserting a module's exact messages and events.
 #ifndef TESTS_SUPPORT_MODULE_LINES_H
 #define TESTS_SUPPORT_MODULE_LINES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The host records of one request, as an access server prepares them for the module's stages,
 // with a response buffer that keeps what Copy2Buf received. Frees the three records after use.
 #ifndef TESTS_SUPPORT_STAGE_REQUEST_H

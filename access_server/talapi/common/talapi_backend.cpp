@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Backend messaging of the access server: synchronous request/reply exchanges with the backend
 // daemon over a Unix-domain stream socket (framing in talapi_unix_socket.h), and the reading and
 // writing services built on them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JSON value operations of the common library, over json-c values.
 #include "talapi_json.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The access server's logging library: the debug log and the bilingual operation log.
 // Every line is built in a stack buffer and handed to the kernel with one write(), so lines from
 // concurrent requests never interleave. Targets (files, sinks) are guarded by a reader-writer

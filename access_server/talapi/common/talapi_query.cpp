@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Query parameters of a request, read from the header's raw query string ("k=v&k2=v2").
 // Keys and values are percent-decoded into stack buffers; nothing is allocated.
 #include "talapi_common.h"

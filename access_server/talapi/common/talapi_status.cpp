@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Status responses: the envelope that answers a request with its URL and result.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Shared header of the access server's business modules: the JSON mapping between fixed-layout
 // records and JSON objects, its value converters, the response envelope and the shared Parse and
 // Format stages.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Services of the access server's common library (libtalapicommon) that business modules call:
 // backend messaging, query parameters and status responses. The JSON value operations are in
 // talapi_json.h, logging in talapi_log.h.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // JSON value operations of the access server's common library, over json-c values.
 // Ownership: create/parse results belong to the caller (release with cJSON_Delete); an item
 // added to an object or array belongs to that container from then on, also when the add fails

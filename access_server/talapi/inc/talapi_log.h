@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Logging services of the access server: the debug log and the bilingual operation log.
 #ifndef TALAPI_LOG_H
 #define TALAPI_LOG_H

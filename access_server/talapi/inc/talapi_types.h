@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Records, result codes and backend message formats shared by the access server and the
 // business modules it loads. Every layout here is a wire or ABI contract: sizes and offsets are
 // checked at compile time so that a slip fails the build on every target (x86-64 and armhf).
@@ -78,15 +79,15 @@ constexpr std::size_t HTTP_CLIENT_IP_LEN = 64;
 constexpr std::size_t HTTP_QUERY_LEN = 2048;
 constexpr std::size_t HTTP_PACKET_NAME_LEN = 129;
 
-// The parsed request. All texts are NUL-terminated. The query string (without '?') is read only
-// by the host's services.
+// The parsed request, filled by the host before the first stage; stages only read it. All texts
+// are NUL-terminated. The query string (without '?') is read only by the host's services.
 struct tagHTTP_HEADER_S {
     char method[HTTP_METHOD_LEN];
-    char url[HTTP_URL_LEN];
-    char userName[HTTP_USER_NAME_LEN];
+    char url[HTTP_URL_LEN];             // the path, without the query
+    char userName[HTTP_USER_NAME_LEN];  // the authenticated user, for the operation log
     char clientIp[HTTP_CLIENT_IP_LEN];
     unsigned long long clientPort;
-    char queryString[HTTP_QUERY_LEN];
+    char queryString[HTTP_QUERY_LEN];  // read through GetURIQueryParamByKey
 };
 static_assert(offsetof(tagHTTP_HEADER_S, method) == 0, "the header begins with method");
 static_assert(offsetof(tagHTTP_HEADER_S, url) == HTTP_METHOD_LEN, "url follows method");
@@ -110,9 +111,9 @@ static_assert(offsetof(tagHTTP_CNTENT_INTER_S, pRunOut) == 2 * sizeof(void *), "
 // A body buffer: the request body for a Parse stage, the response sink for a Format stage.
 // Copy2Buf copies uiLen bytes of text into the response and returns -1 on failure.
 struct tagHTTP_BUF_S {
-    int (*Copy2Buf)(tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen);
-    void *pvHostSink;
-    char *pBody;
+    int (*Copy2Buf)(tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen);  // host's
+    void *pvHostSink;  // host's business: where Copy2Buf appends
+    char *pBody;       // the request body, NUL-terminated, for a Parse stage
 };
 static_assert(offsetof(tagHTTP_BUF_S, Copy2Buf) == 0, "Copy2Buf first");
 static_assert(offsetof(tagHTTP_BUF_S, pBody) == 2 * sizeof(void *), "one host member between");
@@ -122,8 +123,8 @@ struct tagUNIX_SOCKET_S;
 
 // The client connection of one request.
 struct tagHTTP_CLIENT_S {
-    char packetName[HTTP_PACKET_NAME_LEN];
-    tagUNIX_SOCKET_S *pstUnixSocket;
+    char packetName[HTTP_PACKET_NAME_LEN];  // host's business: the file holding an upload
+    tagUNIX_SOCKET_S *pstUnixSocket;        // host's business: this thread's backend connection
 };
 static_assert(offsetof(tagHTTP_CLIENT_S, packetName) == 0, "packetName first");
 static_assert(offsetof(tagHTTP_CLIENT_S, pstUnixSocket) >= HTTP_PACKET_NAME_LEN,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The access server's connection to the backend daemon, and the wire framing both ends speak.
 // Hosts include this; business modules never do (to them tagUNIX_SOCKET_S is opaque).
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The intelligent ("ITGT") business module of the access server. Each resource is a block of its
 // stages (its record and schema are in orbapi_itgt_records.h); the stages name what is special
 // about them (command, query keys, log texts) and hand the mechanics to the helpers at the top.

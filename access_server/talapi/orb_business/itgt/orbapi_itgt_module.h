@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The stage functions exported by liborbapiITGT.so, under their plain names. An access server
 // finds them with dlsym by these names; each has the signature of its stage kind in
 // talapi_types.h (PreProc, Parse, Run, Format).

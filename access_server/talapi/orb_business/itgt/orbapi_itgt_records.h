@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The module's records: the same bytes in memory, in the backend daemon's replies and in its
 // write commands (little-endian, natural alignment). Every size and offset is checked here, so a
 // layout slip fails the build on every target. Each record is followed by its JSON schema, one
