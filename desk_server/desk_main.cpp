@@ -52,8 +52,8 @@ std::vector<std::string> HttpSettings(const Options &stOpt) {
         vecConfig.insert(vecConfig.end(), {"additional_header",
                                            "Access-Control-Allow-Origin: " + stOpt.strCorsOrigin});
     }
-    // For benchmarks: CivetWeb's file serving writes its Date header with gmtime() outside the
-    // lock this server takes, so a file and an API response at the same moment may garble it.
+    // For benchmarks: CivetWeb's file serving writes its Date header with gmtime(), so two files
+    // served at the same moment may garble it.
     if (!stOpt.strDocumentRoot.empty()) {
         vecConfig.insert(vecConfig.end(), {"document_root", stOpt.strDocumentRoot,
                                            "enable_directory_listing", "no"});

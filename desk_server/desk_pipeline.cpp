@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "desk_bodies.h"
@@ -261,15 +262,13 @@ int HandleRequest(mg_connection *pstConn, void *pvServer) {
 
     // The stages; a writer holds its instance's lock until its Run has answered.
     tagHTTP_BUF_S stIn{nullptr, nullptr, &strBody[0]};  // NUL-terminated by std::string
-    StagesOutcome stOutcome;
+    std::optional<InstanceLocks::Guard> stWriter;
     if (bWrites) {
-        InstanceLocks::Guard stWriter(stServer.stWriters, strInstance);
-        stOutcome = RunUntilFormat(stServer.astStages[uiRoute], stRoute, pstHeader, &stClient,
-                                   stReq.pstCtIn, &stIn, pcIfMatch);
-    } else {
-        stOutcome = RunUntilFormat(stServer.astStages[uiRoute], stRoute, pstHeader, &stClient,
-                                   stReq.pstCtIn, &stIn, nullptr);
+        stWriter.emplace(stServer.stWriters, strInstance);
     }
+    const StagesOutcome stOutcome = RunUntilFormat(stServer.astStages[uiRoute], stRoute, pstHeader,
+                                                   &stClient, stReq.pstCtIn, &stIn, pcIfMatch);
+    stWriter.reset();
     VW_RESULT_TYPE enResult = stOutcome.enResult;
     std::string strResponse;
     tagHTTP_BUF_S stOut{AppendToSink, &strResponse, nullptr};

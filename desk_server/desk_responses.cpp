@@ -49,9 +49,6 @@ void EndHeaders(mg_connection *pstConn) {
 void SetCorsOrigin(const std::string &strOrigin) {
     g_strCorsOrigin = strOrigin;
 }
-const std::string &CorsOrigin() {
-    return g_strCorsOrigin;
-}
 
 int SendJson(mg_connection *pstConn, int iStatus, const std::string &strBody,
              const ResponseHeaders &stHeaders) {

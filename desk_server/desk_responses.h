@@ -20,7 +20,6 @@ struct ResponseHeaders {
 // The origin allowed to read responses from a browser (--cors-origin); empty: none. Set once
 // before the server starts.
 void SetCorsOrigin(const std::string &strOrigin);
-const std::string &CorsOrigin();
 
 // Sends a JSON body (only its length on HEAD). Returns the status.
 int SendJson(mg_connection *pstConn, int iStatus, const std::string &strBody,
