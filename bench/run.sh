@@ -34,13 +34,15 @@ armhf_run=(qemu-arm-static -E LD_LIBRARY_PATH=/usr/arm-linux-gnueabihf/lib -L /u
     echo
     echo "## Heap use of each stage (native)"
     echo
-    build/bench/tests/robustness/stage_heap_test | grep '^|'
+    build/bench/tests/robustness/robustness_test --gtest_filter='*HeapBudget' | grep '^|'
     echo
     echo "## Stack of each stage, measured (armhf under qemu; native)"
     echo
     paste -d ' ' \
-        <("${armhf_run[@]}" build/bench-armhf/tests/robustness/stage_stack_test | grep '^|') \
-        <(build/bench/tests/robustness/stage_stack_test | grep '^|' | cut -d'|' -f3-) |
+        <("${armhf_run[@]}" build/bench-armhf/tests/robustness/robustness_test \
+            --gtest_filter='*Stack*Budget' | grep '^|') \
+        <(build/bench/tests/robustness/robustness_test --gtest_filter='*Stack*Budget' |
+            grep '^|' | cut -d'|' -f3-) |
         sed '1s/|  *stack (bytes) | *stack (bytes) |/| armhf (bytes) | x86-64 (bytes) |/; 2s/.*/|---|---:|---:|/'
     echo
     bash bench/budget_report.sh build/bench-armhf

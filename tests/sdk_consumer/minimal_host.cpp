@@ -13,15 +13,6 @@
 #include "talapi_common.h"
 #include "talapi_unix_socket.h"
 
-namespace {
-
-int AppendToString(tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen) {
-    static_cast<std::string *>(pstBuf->pvHostSink)->append(pcData, uiLen);
-    return 0;
-}
-
-}  // namespace
-
 int main(int argc, char **argv) {
     void *pvModule = argc == 3 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : nullptr;
     if (pvModule == nullptr) {
@@ -49,7 +40,11 @@ int main(int argc, char **argv) {
     stClient.pstUnixSocket = &stSocket;
     tagHTTP_CNTENT_INTER_S stCtIn{};
     std::string strResponse;
-    tagHTTP_BUF_S stOut{AppendToString, &strResponse, nullptr};
+    tagHTTP_BUF_S stOut{[](tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen) {
+                            static_cast<std::string *>(pstBuf->pvHostSink)->append(pcData, uiLen);
+                            return 0;
+                        },
+                        &strResponse, nullptr};
     const VW_RESULT_TYPE enResult = pfRun(&stHeader, &stClient, &stCtIn);
     (void)pfFormat(&stHeader, enResult, &stCtIn, &stOut);
     free(stCtIn.pRunOut);  // the host releases the records the stages left

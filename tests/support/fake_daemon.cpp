@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The fake backend daemon: an accept thread and one thread per connection. Every thread waits
-// with poll on its socket and on a stop pipe, so stopping never depends on what clients do.
+// The fake backend daemon: an accept thread and one thread per connection, on blocking sockets.
+// Stopping shuts the sockets down, which ends every blocked accept and receive at once.
 #include "fake_daemon.h"
 
-#include <errno.h>
-#include <fcntl.h>
-#include <poll.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -13,39 +10,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
 #include <gtest/gtest.h>
 
 #include "talapi_unix_socket.h"
-
-namespace {
-
-// Waits until iFd is ready for sEvents; false once the daemon is told to stop.
-bool WaitFor(int iFd, short sEvents, int iStopFd) {
-    pollfd astPoll[2] = {{iFd, sEvents, 0}, {iStopFd, POLLIN, 0}};
-    const int iRet = poll(astPoll, 2, -1);  // interrupted: the caller's retry polls again
-    return (iRet > 0 || errno == EINTR) && astPoll[1].revents == 0;
-}
-
-// Sends or receives exactly uLen bytes; false on end of stream, error or stop.
-bool Transfer(int iFd, void *pvData, std::size_t uLen, bool bSend, int iStopFd) {
-    unsigned char *pucData = static_cast<unsigned char *>(pvData);
-    while (uLen > 0 && WaitFor(iFd, bSend ? POLLOUT : POLLIN, iStopFd)) {
-        const ssize_t lDone = bSend ? send(iFd, pucData, uLen, MSG_NOSIGNAL | MSG_DONTWAIT)
-                                    : recv(iFd, pucData, uLen, MSG_DONTWAIT);
-        if (lDone > 0) {
-            pucData += lDone;
-            uLen -= static_cast<std::size_t>(lDone);
-        } else if (lDone == 0 || (errno != EINTR && errno != EAGAIN)) {
-            return false;
-        }
-    }
-    return uLen == 0;
-}
-
-}  // namespace
 
 FakeDaemon::FakeDaemon() {
     char szRoot[] = "/tmp/talapi-fake-XXXXXX";
@@ -75,6 +46,11 @@ void FakeDaemon::SetHandler(FakeHandler fnHandler) {
     m_fnHandler = std::move(fnHandler);
 }
 
+std::vector<FakeRequest> FakeDaemon::Requests() const {
+    std::lock_guard<std::recursive_mutex> lock(m_mtx);
+    return m_vecRequests;
+}
+
 void FakeDaemon::Start() {
     if (m_iListenFd >= 0 || m_strRoot.empty()) {
         return;
@@ -83,58 +59,60 @@ void FakeDaemon::Start() {
     stAddr.sun_family = AF_UNIX;
     std::memcpy(stAddr.sun_path, m_strSocketPath.c_str(), m_strSocketPath.size() + 1);
     unlink(m_strSocketPath.c_str());  // left by Stop
-    const int iFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (iFd < 0 || bind(iFd, reinterpret_cast<sockaddr *>(&stAddr), sizeof(stAddr)) != 0 ||
-        listen(iFd, 64) != 0 || pipe2(m_aiStopPipe, O_CLOEXEC) != 0) {
-        ADD_FAILURE() << "FakeDaemon: cannot listen on " << m_strSocketPath << ": "
-                      << std::strerror(errno);
-        close(iFd);
-        return;
+    m_iListenFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(m_iListenFd, reinterpret_cast<sockaddr *>(&stAddr), sizeof(stAddr)) != 0 ||
+        listen(m_iListenFd, 64) != 0) {
+        ADD_FAILURE() << "FakeDaemon: cannot listen on " << m_strSocketPath;
     }
-    m_iListenFd = iFd;
-    m_thAccept = std::thread(&FakeDaemon::AcceptLoop, this);
+    m_thAccept = std::thread([this] {
+        for (int iFd; (iFd = accept4(m_iListenFd, nullptr, nullptr, SOCK_CLOEXEC)) >= 0 ||
+                      errno == EINTR || errno == ECONNABORTED;) {
+            if (iFd >= 0) {
+                ++m_uConnections;
+                std::lock_guard<std::recursive_mutex> lock(m_mtx);
+                m_vecConnections.emplace_back(new Connection{iFd, {}});
+                m_vecConnections.back()->thread =
+                    std::thread(&FakeDaemon::Serve, this, m_vecConnections.back().get());
+            }
+        }
+    });
 }
 
 void FakeDaemon::Stop() {
     if (m_iListenFd < 0) {
         return;
     }
-    while (write(m_aiStopPipe[1], "s", 1) < 0 && errno == EINTR) {
-    }
-    m_thAccept.join();  // no connection thread is added after this
-    for (std::thread &th : m_vecConnThreads) {
-        th.join();
-    }
-    m_vecConnThreads.clear();
-    close(m_iListenFd);
-    close(m_aiStopPipe[0]);
-    close(m_aiStopPipe[1]);
-    m_iListenFd = m_aiStopPipe[0] = m_aiStopPipe[1] = -1;
-}
-
-void FakeDaemon::AcceptLoop() {
-    while (WaitFor(m_iListenFd, POLLIN, m_aiStopPipe[0])) {
-        const int iFd = accept4(m_iListenFd, nullptr, nullptr, SOCK_CLOEXEC);
-        if (iFd >= 0) {
-            ++m_uConnections;
-            m_vecConnThreads.emplace_back(&FakeDaemon::Serve, this, iFd);
-        } else if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
-            ADD_FAILURE() << "FakeDaemon: accept: " << std::strerror(errno);
-            return;
+    shutdown(m_iListenFd, SHUT_RDWR);  // accept fails from here on
+    m_thAccept.join();
+    {
+        std::lock_guard<std::recursive_mutex> lock(m_mtx);
+        for (auto &pstConnection : m_vecConnections) {
+            shutdown(pstConnection->iFd, SHUT_RDWR);  // -1 (closed already) does nothing
         }
     }
+    for (auto &pstConnection : m_vecConnections) {
+        pstConnection->thread.join();
+    }
+    m_vecConnections.clear();
+    close(m_iListenFd);
+    m_iListenFd = -1;
 }
 
 // Serves exchanges on one connection until the client closes it, a reply behaviour ends it, a
 // request is not well framed, or the daemon stops.
-void FakeDaemon::Serve(int iFd) {
-    const int iStopFd = m_aiStopPipe[0];
+void FakeDaemon::Serve(Connection *pstConnection) {
+    const int iFd = pstConnection->iFd;
+    auto transfer = [iFd](void *pv, std::size_t uLen, bool bSend) {  // a receive of 0 would wait
+        return uLen == 0 ||
+               (bSend ? send(iFd, pv, uLen, MSG_NOSIGNAL) : recv(iFd, pv, uLen, MSG_WAITALL)) ==
+                   static_cast<ssize_t>(uLen);
+    };
     TALAPI_WIRE_REQUEST_S stHead{};
-    while (Transfer(iFd, &stHead, sizeof(stHead), false, iStopFd) &&
+    while (transfer(&stHead, sizeof(stHead), false) &&
            stHead.uiMagic == TALAPI_WIRE_REQUEST_MAGIC && stHead.uiBodyLen <= VW_CMD_BODY_SIZE) {
         FakeRequest stRequest{stHead.enMsgType, stHead.enCmdType, stHead.ullValue, stHead.uiBodyLen,
                               std::vector<unsigned char>(stHead.uiBodyLen)};
-        if (!Transfer(iFd, stRequest.body.data(), stRequest.body.size(), false, iStopFd)) {
+        if (!transfer(stRequest.body.data(), stRequest.body.size(), false)) {
             break;
         }
         FakeReply stReply;
@@ -165,9 +143,11 @@ void FakeDaemon::Serve(int iFd) {
         std::size_t uSend = VW_MSG_HEAD_SIZE + (bOversize ? 0 : uLen);
         const bool bShort = en == FakeBehaviour::kShortReply;
         uSend = bShort ? std::min(uSend, stReply.uShortBytes) : uSend;
-        if (!Transfer(iFd, pstMsg.get(), uSend, true, iStopFd) || bShort || bOversize) {
+        if (!transfer(pstMsg.get(), uSend, true) || bShort || bOversize) {
             break;
         }
     }
+    std::lock_guard<std::recursive_mutex> lock(m_mtx);
     close(iFd);
+    pstConnection->iFd = -1;
 }

@@ -7,16 +7,15 @@
 #define TALAPI_FAKE_DAEMON_H
 
 #include <atomic>
-#include <cstddef>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 struct FakeRequest {
-    unsigned int uiMsgType = 0;
-    unsigned int uiCmd = 0;
+    unsigned int uiMsgType = 0, uiCmd = 0;
     unsigned long long ullValue = 0;
     unsigned int uiBodyLen = 0;
     std::vector<unsigned char> body;  // the uiBodyLen bytes as received
@@ -33,8 +32,7 @@ enum class FakeBehaviour {
 };
 
 struct FakeReply {
-    int iResult = 0;
-    int iRecvMsg = 0;
+    int iResult = 0, iRecvMsg = 0;
     std::vector<unsigned char> payload;  // bytes beyond 21208 are cut
     FakeBehaviour enBehaviour = FakeBehaviour::kNormal;
     std::size_t uShortBytes = 0;  // kShortReply only
@@ -54,26 +52,24 @@ class FakeDaemon {
     void Stop();
     void Start();
 
-    std::vector<FakeRequest> Requests() const {
-        std::lock_guard<std::recursive_mutex> lock(m_mtx);
-        return m_vecRequests;
-    }
+    std::vector<FakeRequest> Requests() const;
     std::size_t RequestCount() const { return Requests().size(); }
     std::size_t ConnectionCount() const { return m_uConnections; }  // accepted since construction
     const std::string &SocketPath() const { return m_strSocketPath; }
 
   private:
-    void AcceptLoop();
-    void Serve(int iFd);
+    struct Connection {
+        int iFd;  // -1 once closed
+        std::thread thread;
+    };
+    void Serve(Connection *pstConnection);
 
     std::string m_strRoot, m_strSocketPath;
     int m_iListenFd = -1;
-    int m_aiStopPipe[2] = {-1, -1};  // readable once every thread is to end
     std::thread m_thAccept;
-    std::vector<std::thread> m_vecConnThreads;  // added by the accept thread only
+    std::vector<std::unique_ptr<Connection>> m_vecConnections;
     std::atomic<std::size_t> m_uConnections{0};
-
-    mutable std::recursive_mutex m_mtx;  // guards the requests and the handler
+    mutable std::recursive_mutex m_mtx;  // guards the requests, the handler, the connections
     std::vector<FakeRequest> m_vecRequests;
     FakeHandler m_fnHandler = [](const FakeRequest &) { return FakeReply{}; };
 };

@@ -11,7 +11,8 @@
 #include "talapi_types.h"
 #include "talapi_unix_socket.h"
 
-// A response or request body buffer; Copy2Buf answers with iAnswer.
+// A response buffer; Copy2Buf answers with iAnswer. Its text has room reserved up front, so that
+// a copy allocates nothing on the host's side of a Format stage.
 struct CapturingBuffer {
     tagHTTP_BUF_S stBuf{};
     std::string text;
@@ -22,6 +23,7 @@ struct CapturingBuffer {
     CapturingBuffer() {
         stBuf.Copy2Buf = &CapturingBuffer::Copy;
         stBuf.pvHostSink = this;
+        text.reserve(1 << 16);
     }
     CapturingBuffer(const CapturingBuffer &) = delete;
     CapturingBuffer &operator=(const CapturingBuffer &) = delete;
