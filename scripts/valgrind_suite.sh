@@ -15,7 +15,7 @@ for program in "$@"; do
     start=$(date +%s)
     # A program's own malloc (allocation-failure injection) stays in place above valgrind's.
     if GTEST_FILTER=-*StackBudget "$valgrind" -q --leak-check=full --errors-for-leak-kinds=definite,indirect \
-        --error-exitcode=1 --soname-synonyms=somalloc=nouserintercepts \
+        --error-exitcode=1 --child-silent-after-fork=yes --soname-synonyms=somalloc=nouserintercepts \
         --suppressions="$suppressions" "$program" >"$log" 2>&1; then
         echo "ok     $name ($(($(date +%s) - start)) s)"
     else
