@@ -25,6 +25,8 @@
 #include "host_requests.h"
 #include "log_capture.h"
 
+extern "C" void __gcov_dump() __attribute__((weak));
+
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -196,6 +198,9 @@ class AllocationFailureTest : public RobustnessTest {
             signal(SIGSEGV, SIG_DFL);  // a crash ends the child with its signal
             signal(SIGBUS, SIG_DFL);
             Inject(row, q, iNth, parsed, *pstOut);
+            if (__gcov_dump != nullptr) {
+                __gcov_dump();  // a coverage build: what the child ran counts too
+            }
             _exit(0);
         }
         int iStatus = 0;
