@@ -145,9 +145,8 @@ struct HostRequest : StageRequest {
     }
 };
 
-// Every stage of every resource, with a request that succeeds against ValidBackend() and the
-// results the stage may give when one of its allocations fails. The stages before a row's stage
-// run first.
+// Every stage of every resource, with a request that succeeds against ValidBackend() (the stages
+// before a row's run first) and the results the stage may give when one of its allocations fails.
 struct StageCase {
     const Resource &resource;
     Stage enStage;
