@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "mapping_records.h"
+#include "fuzz_records.h"
 
 namespace {
 
