@@ -467,13 +467,15 @@ class StagePathsTest : public ::testing::Test {
 // the channel (and picture type), and for a PUT then the whole record read ("{}" changes nothing).
 TEST_F(StagePathsTest, EveryPathSendsItsCommandsAndReleasesWhatItAllocates) {
     enum Path { kOk, kNoReply, kBadBody, kRefusedWrite, kSinkFails, kNoChannel };
-    const std::tuple<unsigned int, unsigned long long, unsigned int> kCommands[] = {
-        {54, 1, 0},    {54, 1, 0},    {20006, 2, 1}, {20099, 1, 0}, {31110, 0, 0},
-        {20100, 2, 0}, {20100, 2, 0}, {31111, 0, 0}, {20101, 1, 0}};  // as kResources
-    for (std::size_t u = 0; u < std::size(kResources); ++u) {
-        const Resource *pResource = kResources[u];
+    // Each resource's command, and the channel and picture type its read carries.
+    const std::tuple<const Resource *, unsigned int, unsigned long long, unsigned int> rows[] = {
+        {&kGetLanguage, 54, 1, 0},      {&kPutLanguage, 54, 1, 0},
+        {&kGetFrameOsd, 20006, 2, 1},   {&kPutFrameOsd, 20099, 1, 0},
+        {&kGetCapability, 31110, 0, 0}, {&kGetDetector, 20100, 2, 0},
+        {&kPutDetector, 20100, 2, 0},   {&kGetOsdCapability, 31111, 0, 0},
+        {&kPostVerify, 20101, 1, 0}};
+    for (const auto &[pResource, uiCmd, ullChannel, uiType] : rows) {
         const StageCase &request = TableRequest(*pResource);
-        const auto [uiCmd, ullChannel, uiType] = kCommands[u];
         for (int iPath = kOk; iPath <= kNoChannel; ++iPath) {
             SCOPED_TRACE(std::string(pResource->name) + " path " + std::to_string(iPath));
             daemon.SetHandler(Serving(0, iPath == kRefusedWrite ? 7 : 0, iPath == kNoReply));
