@@ -137,8 +137,13 @@ BodyRead ReadJsonBody(mg_connection *pstConn, std::chrono::milliseconds timeout,
 }
 
 UploadFile::~UploadFile() {
+    Remove();
+}
+
+void UploadFile::Remove() {
     if (m_szPath[0] != '\0') {
         (void)unlink(m_szPath);
+        m_szPath[0] = '\0';
     }
 }
 

@@ -31,8 +31,9 @@ VW_RESULT_TYPE ResultOf(BodyRead enRead);
 BodyRead ReadJsonBody(mg_connection *pstConn, std::chrono::milliseconds timeout,
                       std::string &strBody);
 
-// A file under /tmp holding an upload, named in the client record's packetName. Removed when the
-// request ends unless the module has moved it away.
+// A file under /tmp holding an upload, named in the client record's packetName. Removed before
+// the response is sent (Remove), or at the latest when the request ends, unless the module has
+// moved it away: a client that has its answer never finds the upload still there.
 class UploadFile {
   public:
     UploadFile() = default;
@@ -44,6 +45,7 @@ class UploadFile {
     // one file part of a multipart/form-data body, at most 8 MiB either way.
     BodyRead Store(mg_connection *pstConn, std::chrono::milliseconds timeout);
     const char *Path() const { return m_szPath; }
+    void Remove();
 
   private:
     BodyRead StoreForm(mg_connection *pstConn);

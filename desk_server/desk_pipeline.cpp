@@ -251,10 +251,12 @@ int HandleRequest(mg_connection *pstConn, void *pvServer) {
         enRead = stUpload.Store(pstConn, stServer.requestTimeout);
         (void)CopyText(stClient.packetName, sizeof(stClient.packetName), stUpload.Path());
         if (enRead == BodyRead::kOk && !FillUploadCommand(ullChannel, stReq.pstCtIn)) {
+            stUpload.Remove();
             return SendEnvelope(pstConn, pstHeader, 500, VW_RESULT_NO_MEMORY);
         }
     }
     if (enRead != BodyRead::kOk) {
+        stUpload.Remove();
         ResponseHeaders stClose;
         stClose.bClose = enRead == BodyRead::kIncomplete || enRead == BodyRead::kMalformed;
         return SendEnvelope(pstConn, pstHeader, HttpStatusOf(enRead), ResultOf(enRead), stClose);
@@ -269,6 +271,7 @@ int HandleRequest(mg_connection *pstConn, void *pvServer) {
     const StagesOutcome stOutcome = RunUntilFormat(stServer.astStages[uiRoute], stRoute, pstHeader,
                                                    &stClient, stReq.pstCtIn, &stIn, pcIfMatch);
     stWriter.reset();
+    stUpload.Remove();
     VW_RESULT_TYPE enResult = stOutcome.enResult;
     std::string strResponse;
     tagHTTP_BUF_S stOut{AppendToSink, &strResponse, nullptr};

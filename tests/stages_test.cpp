@@ -364,6 +364,19 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
               (LogLine{3, "orbapi_itgt_module",
                        "[TALAPI]:RunPutITGTFrameOSD: picOSDNum[38] exceeds the 37 items of a "
                        "frame OSD"}));
+
+    // All 37 items answered, then written back as answered, answer the same text again.
+    auto serve = [this](const Bytes &record) {
+        daemon.SetHandler([record](const FakeRequest &request) {
+            return FakeReply{0, 0, request.uiBodyLen == VW_CMD_BODY_SIZE ? record : Bytes()};
+        });
+    };
+    serve(AsBytes(DaemonRecord<Osd>(37)));
+    const std::string text = HostRequest(kGetFrameOsd, kTrafficDome).Perform();
+    HostRequest put(kPutFrameOsd, kTrafficDome, text);
+    ASSERT_EQ(put.CallUpTo(kRun), 0) << text;
+    serve(daemon.Requests().back().body);
+    EXPECT_EQ(HostRequest(kGetFrameOsd, kTrafficDome).Perform(), text);
 }
 
 Bytes ReadFile(const std::string &path) {
