@@ -334,7 +334,11 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
                              [](Detector &r) { r.stRectInfo.sY = -1, r.stRectInfo.sWidth = 3; }}},
                            DaemonRecord<Detector>());
     using Osd = _VW_PIC_OSD_PARA_S;
-    const std::string k176(176, 't'), k177(177, 't');
+    const std::string k176(176, 't'), k177(177, 't'), k96(96, 'p');
+    std::string k38Items = "0";
+    for (int i = 1; i < 38; ++i) {
+        k38Items += ", 0";
+    }
     ExpectMerges<Osd>(
         daemon, kPutFrameOsd, kTrafficDome,
         {{"{\"channelId\": 9, \"picOSDInfo\": {\"fgAlpha\": 300, \"warpNum\": [1, 2]}, "
@@ -356,6 +360,15 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
               }
           }},
          {"{\"dirOSD\": {\"osdContent\": \"" + k177 + "\"}}", 4, 0, nullptr},
+         {"{\"picOSDInfo\": {\"picOsdDetail\": [{}, {\"prefixContent\": \"" + k96 + "\"}]}}", 0, 0,
+          [](Osd &r) {
+              r.picOSDInfo.picOSDNum = 2;
+              memset(r.picOSDInfo.picOsdDetail[1].prefixContent, 'p', 96);
+          }},
+         {"{\"picOSDInfo\": {\"picOsdDetail\": [{\"prefixContent\": \"" + k96 + "p\"}]}}", 4, 0,
+          nullptr},
+         {"{\"picOSDInfo\": {\"warpNum\": [" + k38Items + "]}}", 4, 0, nullptr},
+         {"{\"timeOSD\": {\"toMs\": \"1\"}}", 4, 0, nullptr},
          {"{\"picOSDInfo\": {\"picOSDNum\": 37}}", 0, 0,
           [](Osd &r) { r.picOSDInfo.picOSDNum = 37; }},  // the items of a frame OSD, all
          {"{\"picOSDInfo\": {\"picOSDNum\": 38}}", 0, 4, nullptr}},
@@ -365,18 +378,19 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
                        "[TALAPI]:RunPutITGTFrameOSD: picOSDNum[38] exceeds the 37 items of a "
                        "frame OSD"}));
 
-    // All 37 items answered, then written back as answered, answer the same text again.
-    auto serve = [this](const Bytes &record) {
-        daemon.SetHandler([record](const FakeRequest &request) {
-            return FakeReply{0, 0, request.uiBodyLen == VW_CMD_BODY_SIZE ? record : Bytes()};
+    // Answered with all 37 items and written back as answered, a record is written byte for
+    // byte; answered with none it has no item arrays, with 38 no items at all.
+    const auto answer = [this](unsigned int uiItems) {
+        daemon.SetHandler([record = AsBytes(DaemonRecord<Osd>(uiItems))](const FakeRequest &q) {
+            return FakeReply{0, 0, q.uiBodyLen == VW_CMD_BODY_SIZE ? record : Bytes()};
         });
+        return HostRequest(kGetFrameOsd, kTrafficDome).Perform();
     };
-    serve(AsBytes(DaemonRecord<Osd>(37)));
-    const std::string text = HostRequest(kGetFrameOsd, kTrafficDome).Perform();
-    HostRequest put(kPutFrameOsd, kTrafficDome, text);
-    ASSERT_EQ(put.CallUpTo(kRun), 0) << text;
-    serve(daemon.Requests().back().body);
-    EXPECT_EQ(HostRequest(kGetFrameOsd, kTrafficDome).Perform(), text);
+    HostRequest put(kPutFrameOsd, kTrafficDome, answer(37));
+    ASSERT_EQ(put.CallUpTo(kRun), 0);
+    EXPECT_TRUE(daemon.Requests().back().body == AsBytes(DaemonRecord<Osd>(37)));
+    EXPECT_EQ(answer(0).find("picOSDType"), std::string::npos);
+    EXPECT_NE(answer(38).find("\"picOSDInfo\": null"), std::string::npos);
 }
 
 Bytes ReadFile(const std::string &path) {
