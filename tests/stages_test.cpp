@@ -326,6 +326,8 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
     ExpectMerges<Language>(
         daemon, kPutLanguage, kChannel1,
         {{"{\"mode\": 2}", 0, 0, [](Language &r) { r.enSysBackLanguage = SYS_BACK_LANGUAGE{2}; }},
+         {"{\"mode\": true}", 0, 0,
+          [](Language &r) { r.enSysBackLanguage = SYS_BACK_LANGUAGE{1}; }},
          {"{\"mode\": \"2\"}", 4, 0, nullptr}},
         DaemonRecord<Language>());
     using Detector = VW_TRAFFIC_FLOW_PARA;
@@ -358,6 +360,14 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
                       i < 3 ? VW_PIC_OSD_ITEM_E(i + 1) : r.picOSDInfo.picOSDType[i];
                   r.picOSDInfo.spaceNum[i] = 4 + i;
               }
+          }},
+         {"{\"enableLiveOSD\": true, \"overlayType\": 1.9, \"timeOSD\": {\"toMs\": -2.5}, "
+          "\"picOSDInfo\": {\"fgColor\": false, \"bgAlpha\": 2.5, \"fontSize\": true}}",
+          0, 0,
+          [](Osd &r) {  // booleans and fractions into members of every kind
+              r.enableLiveOSD = 1, r.overlayType = VW_OVERLAY_PIC_TYPE_E(1), r.timeOSD.toMs = -2;
+              r.picOSDInfo.fgColor = 0, r.picOSDInfo.bgAlpha = 2;
+              r.picOSDInfo.fontSize = VW_OSD_FONT_SIZE_E(1);
           }},
          {"{\"dirOSD\": {\"osdContent\": \"" + k177 + "\"}}", 4, 0, nullptr},
          {"{\"picOSDInfo\": {\"picOsdDetail\": [{}, {\"prefixContent\": \"" + k96 + "\"}]}}", 0, 0,
