@@ -265,10 +265,10 @@ TEST_F(StagesTest, QueryParametersAreReadBeforeAnyCommand) {
     }
 }
 
-// A record of the daemon's with every byte set, padding and unmapped bytes included, and texts
-// terminated; n items for a frame OSD.
+// The bytes of a daemon's record with every byte set, padding and unmapped bytes included, and
+// texts terminated; n items for a frame OSD. Bytes, as a copy of the record may drop its padding.
 template <typename T>
-T DaemonRecord(unsigned int uiItems = 0) {
+Bytes DaemonRecord(unsigned int uiItems = 0) {
     T record;
     auto *pucBytes = reinterpret_cast<unsigned char *>(&record);
     for (std::size_t i = 0; i < sizeof(record); ++i) {
@@ -284,7 +284,7 @@ T DaemonRecord(unsigned int uiItems = 0) {
             stDetail.prefixContent[96] = '\0';
         }
     }
-    return record;
+    return AsBytes(record);
 }
 
 template <typename T>
@@ -298,9 +298,9 @@ struct MergeRow {
 // as the daemon gave it; a body that does not decode, or a record Run refuses, writes nothing.
 template <typename T>
 void ExpectMerges(FakeDaemon &daemon, const Resource &r, const char *pcQuery,
-                  const std::vector<MergeRow<T>> &rows, const T &stored) {
-    daemon.SetHandler([bytes = AsBytes(stored)](const FakeRequest &request) {  // reads: stored
-        return FakeReply{0, 0, request.uiBodyLen == VW_CMD_BODY_SIZE ? bytes : Bytes()};
+                  const std::vector<MergeRow<T>> &rows, const Bytes &stored) {
+    daemon.SetHandler([stored](const FakeRequest &request) {  // reads: stored
+        return FakeReply{0, 0, request.uiBodyLen == VW_CMD_BODY_SIZE ? stored : Bytes()};
     });
     for (const MergeRow<T> &row : rows) {
         std::size_t uBefore = daemon.RequestCount();
@@ -314,7 +314,8 @@ void ExpectMerges(FakeDaemon &daemon, const Resource &r, const char *pcQuery,
         }
         EXPECT_EQ(daemon.RequestCount() - uBefore, row.change != nullptr ? 2u : 1u) << row.body;
         if (row.change != nullptr) {
-            T expected = stored;
+            T expected;
+            memcpy(&expected, stored.data(), sizeof(expected));
             row.change(expected);
             EXPECT_TRUE(daemon.Requests().back().body == AsBytes(expected)) << row.body;
         }
@@ -391,14 +392,14 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
     // Answered with all 37 items and written back as answered, a record is written byte for
     // byte; answered with none it has no item arrays, with 38 no items at all.
     const auto answer = [this](unsigned int uiItems) {
-        daemon.SetHandler([record = AsBytes(DaemonRecord<Osd>(uiItems))](const FakeRequest &q) {
+        daemon.SetHandler([record = DaemonRecord<Osd>(uiItems)](const FakeRequest &q) {
             return FakeReply{0, 0, q.uiBodyLen == VW_CMD_BODY_SIZE ? record : Bytes()};
         });
         return HostRequest(kGetFrameOsd, kTrafficDome).Perform();
     };
     HostRequest put(kPutFrameOsd, kTrafficDome, answer(37));
     ASSERT_EQ(put.CallUpTo(kRun), 0);
-    EXPECT_TRUE(daemon.Requests().back().body == AsBytes(DaemonRecord<Osd>(37)));
+    EXPECT_TRUE(daemon.Requests().back().body == DaemonRecord<Osd>(37));
     EXPECT_EQ(answer(0).find("picOSDType"), std::string::npos);
     EXPECT_NE(answer(38).find("\"picOSDInfo\": null"), std::string::npos);
 }
