@@ -334,7 +334,9 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
     using Detector = VW_TRAFFIC_FLOW_PARA;
     ExpectMerges<Detector>(daemon, kPutDetector, kChannel2,
                            {{"{\"rectInfo\": {\"y\": 65535, \"width\": 3.7}}", 0, 0,
-                             [](Detector &r) { r.stRectInfo.sY = -1, r.stRectInfo.sWidth = 3; }}},
+                             [](Detector &r) { r.stRectInfo.sY = -1, r.stRectInfo.sWidth = 3; }},
+                            {"{\"enable\": \"1\"}", 4, 0, nullptr},
+                            {"{\"rectInfo\": {\"height\": \"2\"}}", 4, 0, nullptr}},
                            DaemonRecord<Detector>());
     using Osd = _VW_PIC_OSD_PARA_S;
     const std::string k176(176, 't'), k177(177, 't'), k96(96, 'p');
