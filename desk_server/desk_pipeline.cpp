@@ -182,7 +182,18 @@ int HandleRequest(mg_connection *pstConn, void *pvServer) {
     const mg_request_info *pstInfo = mg_get_request_info(pstConn);
     const char *pcPath = pstInfo->local_uri != nullptr ? pstInfo->local_uri : "";
     if (stServer.bServeFiles && !IsRoutePath(pcPath)) {
-        return 0;  // not handled: CivetWeb serves the file from its document root
+        // The files need the same credentials as the resources; CivetWeb then serves them
+        // from its document root.
+        char acUser[HTTP_USER_NAME_LEN];
+        switch (Authenticate(pstConn, stServer.stAuth, false, acUser, sizeof(acUser))) {
+            case Access::kGranted:
+                return 0;
+            case Access::kChallenged:
+                return 401;
+            default:
+                mg_send_http_error(pstConn, 400, "%s", "bad user name");
+                return 400;
+        }
     }
     RequestRecords stReq;
     if (!stReq.Allocated()) {

@@ -2,14 +2,15 @@
 # SPDX-License-Identifier: Apache-2.0
 # Installs the Debian 12 packages the project needs, only those missing (run as root).
 #   install-deps.sh          build and run natively
-#   install-deps.sh --all    also the tests' tools (fuzzing, valgrind, python) and the armhf cross
-#                            toolchain with qemu
+#   install-deps.sh --all    also the tests' tools (fuzzing, valgrind, python, headless Chromium
+#                            with its WebDriver) and the armhf cross toolchain with qemu
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config tzdata curl libjson-c-dev libsafec-dev libcivetweb-dev)
 if [[ "${1:-}" == "--all" ]]; then
     packages+=(clang-format clang libclang-rt-14-dev valgrind
                libgtest-dev libgmock-dev libbenchmark-dev wrk python3 python3-jsonschema python3-yaml
+               chromium chromium-driver python3-selenium
                crossbuild-essential-armhf qemu-user-static
                libjson-c-dev:armhf libsafec-dev:armhf libgtest-dev:armhf libgmock-dev:armhf)
     if ! dpkg --print-foreign-architectures | grep -qx armhf; then

@@ -39,7 +39,8 @@ check() {  # arch, build directory
     for file in "$lib"/libtalapicommon.so.1 "$lib"/libtalapilog.so.1 "$lib"/libtalapicommon.so \
         "$lib"/talapi/modules/liborbapiITGT.so "$lib"/pkgconfig/talapi.pc \
         "$lib"/cmake/talapi/talapiConfig.cmake "$stage"/usr/include/talapi/talapi_types.h \
-        "$stage"/usr/include/talapi/orbapi_itgt_module.h; do
+        "$stage"/usr/include/talapi/orbapi_itgt_module.h \
+        "$stage"/usr/share/talapi/desk-console/index.html; do
         [[ -e $file ]] || fail "$arch: $file is not installed"
     done
     while IFS= read -r -d '' file; do

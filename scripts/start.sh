@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Builds everything, then runs the backend simulator in the background and the desk access
-# server in the foreground (Ctrl-C stops both). PORT (default 8080) and TALAPI_SOCKET_ROOT
+# server in the foreground (Ctrl-C stops both), the console at its root. PORT (default 8080) and TALAPI_SOCKET_ROOT
 # (default: none, the daemon socket is /tmp/A) can be set in the environment.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -24,10 +24,11 @@ for _ in $(seq 50); do
 done
 
 cat <<MSG
-Desk access server on http://127.0.0.1:$port (logs in $run). Try:
+Desk access server on http://127.0.0.1:$port (logs in $run).
+Console: open http://127.0.0.1:$port/ in a browser. Or try:
   curl -s 'http://127.0.0.1:$port/api/v1/itgt/sys-back-language?ChannelId=1'
   curl -s -X PUT -d '{"mode": 2}' 'http://127.0.0.1:$port/api/v1/itgt/sys-back-language?ChannelId=1'
   curl -s 'http://127.0.0.1:$port/api/v1/itgt/capability'
 Ctrl-C stops both programs.
 MSG
-build/desk/bin/talapi_desk_server --port "$port" --run-dir "$run"
+build/desk/bin/talapi_desk_server --port "$port" --run-dir "$run" --document-root desk_console
