@@ -360,11 +360,12 @@ def case_console(desk):
     api = lambda target: desk.request("GET", target, curl=alice)[1]
     assert desk.curl("GET", "/", None, None, [])[0] == 401, "the console without credentials"
     options = ChromeOptions()
-    for flag in ("--headless=new", "--no-sandbox", "--window-size=1280,1024"):
+    for flag in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage",
+                 "--window-size=1280,1024"):
         options.add_argument(flag)
     browser = Chrome(options=options)
     find = lambda css: browser.find_element("css selector", css)
-    drag = lambda css, x, y: ActionChains(browser).drag_and_drop_by_offset(find(css), x, y).perform()
+    drag = lambda at, x, y: ActionChains(browser).drag_and_drop_by_offset(find(at), x, y).perform()
     def show(view, button=None, shot=None):  # a view, or a button's answer: its message
         browser.execute_script("document.getElementById('message').className = ''")
         find(button or f'a[data-view="{view}"]').click()
