@@ -199,7 +199,6 @@ TEST(QueryParams, NumbersAndTextsAreReadOrRefused) {
             {"Type=&Type=Vlpr", kNone, kNone, 40, ""},
             {"Type", kNone, kNone, 40, ""},
             {"Type=", kNone, kNone, 1, ""},
-            {"Type=a", kNone, kNone, 0, nullptr},
             {"Type=a", kNone, kNone, -1, nullptr},
         };
     for (const char *pcQuery :

@@ -110,7 +110,7 @@ void FakeDaemon::Serve(Connection *pstConnection) {
     TALAPI_WIRE_REQUEST_S stHead{};
     while (transfer(&stHead, sizeof(stHead), false) &&
            stHead.uiMagic == TALAPI_WIRE_REQUEST_MAGIC && stHead.uiBodyLen <= VW_CMD_BODY_SIZE) {
-        FakeRequest stRequest{stHead.enMsgType, stHead.enCmdType, stHead.ullValue, stHead.uiBodyLen,
+        FakeRequest stRequest{stHead.enMsgType, stHead.enCmdType, stHead.ullValue,
                               std::vector<unsigned char>(stHead.uiBodyLen)};
         if (!transfer(stRequest.body.data(), stRequest.body.size(), false)) {
             break;

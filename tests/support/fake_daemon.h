@@ -17,8 +17,7 @@
 struct FakeRequest {
     unsigned int uiMsgType = 0, uiCmd = 0;
     unsigned long long ullValue = 0;
-    unsigned int uiBodyLen = 0;
-    std::vector<unsigned char> body;  // the uiBodyLen bytes as received
+    std::vector<unsigned char> body;  // as received, of the head's uiBodyLen bytes
 };
 
 enum class FakeBehaviour {

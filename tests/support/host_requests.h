@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Requests as an access server drives them through the module's stages: the resources and their
-// stages, one request table that every harness shares, a driver, and a fake backend that answers
-// every command with a valid record and tells verification pictures apart.
+// stages, one request table that every harness shares, a driver, a fake backend that answers
+// every command with a valid record and tells verification pictures apart, and their fixture.
 #ifndef TESTS_SUPPORT_HOST_REQUESTS_H
 #define TESTS_SUPPORT_HOST_REQUESTS_H
 
 #include <unistd.h>
 
-#include <cctype>
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -24,6 +26,7 @@
 #include "talapi_log.h"
 
 using Bytes = std::vector<unsigned char>;
+constexpr const char *kFixedPicture = "/tmp/securityCode.jpg";  // where verifications move uploads
 
 template <typename T>
 Bytes AsBytes(const T &record) {
@@ -31,10 +34,16 @@ Bytes AsBytes(const T &record) {
     return Bytes(pucBytes, pucBytes + sizeof(T));
 }
 
-// A resource and method: its URL, the common part of its stages' names, its stages (a PUT has
-// all four, a GET or POST Run and Format) and the size of its record.
+// A file's bytes; none when it does not open.
+inline Bytes ReadFile(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+// A resource and method: its URL, the common part of its stages' names and their method part, its
+// stages (a PUT has all four, a GET or POST Run and Format) and the size of its record.
 struct Resource {
-    const char *name, *method, *url;
+    const char *name, *method, *url, *verb;
     TALAPI_PREPROC_STAGE_PF preProc;
     TALAPI_PARSE_STAGE_PF parse;
     TALAPI_RUN_STAGE_PF run;
@@ -46,23 +55,19 @@ enum Stage { kPreProc, kParse, kRun, kFormat };
 // The exported name of a resource's stage, as "PreProcPutITGTFrameOSD".
 inline std::string StageName(const Resource &r, int iStage) {
     static const char *const kKinds[] = {"PreProc", "Parse", "Run", "Format"};
-    std::string method = r.method;
-    for (std::size_t i = 1; i < method.size(); ++i) {
-        method[i] = static_cast<char>(tolower(static_cast<unsigned char>(method[i])));
-    }
-    return kKinds[iStage] + method + "ITGT" + r.name;
+    return kKinds[iStage] + std::string(r.verb) + "ITGT" + r.name;
 }
 
-#define ITGT_READ(Method, METHOD, name, url, record)                      \
-    Resource {                                                            \
-        "" #name, METHOD, url, nullptr, nullptr, Run##Method##ITGT##name, \
-            Format##Method##ITGT##name, sizeof(record)                    \
+#define ITGT_READ(Method, METHOD, name, url, record)                               \
+    Resource {                                                                     \
+        "" #name, METHOD, url, #Method, nullptr, nullptr, Run##Method##ITGT##name, \
+            Format##Method##ITGT##name, sizeof(record)                             \
     }
 #define ITGT_GET(name, url, record) ITGT_READ(Get, "GET", name, url, record)
-#define ITGT_PUT(name, url, record)                                                       \
-    Resource {                                                                            \
-        "" #name, "PUT", url, PreProcPutITGT##name, ParsePutITGT##name, RunPutITGT##name, \
-            FormatPutITGT##name, sizeof(record)                                           \
+#define ITGT_PUT(name, url, record)                                                              \
+    Resource {                                                                                   \
+        "" #name, "PUT", url, "Put", PreProcPutITGT##name, ParsePutITGT##name, RunPutITGT##name, \
+            FormatPutITGT##name, sizeof(record)                                                  \
     }
 constexpr const char *kLanguageUrl = "/api/v1/itgt/sys-back-language";
 constexpr const char *kFrameOsdUrl = "/api/v1/itgt/frame-osd";
@@ -134,7 +139,16 @@ struct HostRequest : StageRequest {
         return response.text;
     }
     // A verification upload at path of the picture (none: no file), for the channel.
-    void Upload(const std::string &path, const Bytes &picture, unsigned long long ullChannel);
+    void Upload(const std::string &path, const Bytes &picture, unsigned long long ullChannel) {
+        if (!picture.empty()) {
+            std::ofstream(path, std::ios::binary)
+                .write(reinterpret_cast<const char *>(picture.data()), picture.size());
+        }
+        strncpy(stClient.packetName, path.c_str(), sizeof(stClient.packetName) - 1);
+        auto *pstBody = static_cast<vwCmdBody *>(calloc(1, sizeof(vwCmdBody)));  // the host's
+        pstBody->ulChannelId = ullChannel;
+        stCtInt.pParseOut = pstBody;
+    }
     // The stages before iStage (a Format stage: through Run), after an upload for a verification.
     int PrepareFor(int iStage) {
         if (resource.run == RunPostITGTSecurityCodeVerify) {
@@ -202,18 +216,6 @@ inline const StageCase &TableRequest(const Resource &r) {
     return kEveryStage[0];
 }
 
-inline void HostRequest::Upload(const std::string &path, const Bytes &picture,
-                                unsigned long long ullChannel) {
-    if (!picture.empty()) {
-        std::ofstream(path, std::ios::binary)
-            .write(reinterpret_cast<const char *>(picture.data()), picture.size());
-    }
-    strncpy(stClient.packetName, path.c_str(), sizeof(stClient.packetName) - 1);
-    auto *pstBody = static_cast<vwCmdBody *>(calloc(1, sizeof(vwCmdBody)));  // the host's
-    pstBody->ulChannelId = ullChannel;
-    stCtInt.pParseOut = pstBody;
-}
-
 // A record of zero bytes, padding included, as fill sets it; in wire bytes.
 template <typename T, typename Fill>
 Bytes WireRecord(Fill fill) {
@@ -269,8 +271,7 @@ inline Bytes DefaultRecord(unsigned int uiCmd, const FakeRequest &request) {
 
 // The verdict on the picture at the fixed path: the number in its comment segment, 0 without.
 inline int PictureVerdict() {
-    std::ifstream file("/tmp/securityCode.jpg", std::ios::binary);
-    Bytes picture{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const Bytes picture = ReadFile(kFixedPicture);
     if (picture.size() < 6 || picture[2] != 0xFF || picture[3] != 0xFE) {
         return 0;
     }
@@ -286,7 +287,7 @@ inline FakeHandler ValidBackend() {
         unsigned long long ullChannel = 0;
         memcpy(&ullChannel, request.body.data(), std::min<std::size_t>(8, request.body.size()));
         const auto key = std::make_pair(request.uiCmd, ullChannel);
-        if (request.uiBodyLen != VW_CMD_BODY_SIZE) {
+        if (request.body.size() != VW_CMD_BODY_SIZE) {
             (*kept)[key] = request.body;
         } else if (request.uiCmd == VW_CMD_SECURITY_CODE_VERIFY) {
             int iVerdict = PictureVerdict();
@@ -302,5 +303,29 @@ inline FakeHandler ValidBackend() {
         return reply;
     };
 }
+
+// A request harness: a fake daemon answering as ValidBackend(), a private folder, every debug
+// line formatted, and both logs to /dev/null (a log capture takes the lines instead).
+class RequestTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        char szDir[] = "/tmp/talapi-requests-XXXXXX";
+        ASSERT_NE(mkdtemp(szDir), nullptr);
+        dir = szDir;
+        daemon.SetHandler(ValidBackend());
+        g_enDebugFlag = VW_DEBUG_ALL;
+        VW_SetDebugLogFile("/dev/null");
+        VW_SetLanguageLogFile("/dev/null");
+    }
+    void TearDown() override {
+        g_enDebugFlag = VW_DEBUG_FAILURES;
+        VW_SetDebugLogFile(nullptr);
+        VW_SetLanguageLogFile(nullptr);
+        std::filesystem::remove_all(dir);
+    }
+
+    std::string dir;
+    FakeDaemon daemon;
+};
 
 #endif

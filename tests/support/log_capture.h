@@ -49,55 +49,50 @@ class LogCapture {
   public:
     LogCapture() {
         {
-            std::lock_guard<std::mutex> lock(Mutex());
-            if (Active() != nullptr) {
+            std::lock_guard<std::mutex> lock(s_mutex);
+            if (s_pActive != nullptr) {
                 std::abort();  // another capture is active
             }
-            Active() = this;
+            s_pActive = this;
         }
         // Outside the mutex: the library takes its own lock here, and holds it around the sinks.
         VW_SetLogSinks(
             [](const VW_DEBUG_LOG_S *p) {
-                std::lock_guard<std::mutex> lock(Mutex());
-                Active()->m_debug.push_back({p->iModule, p->iLevel, p->iDebugFlag, p->iSysErr,
-                                             p->pcFile ? p->pcFile : "", p->iLine, p->pcMessage});
+                std::lock_guard<std::mutex> lock(s_mutex);
+                s_pActive->m_debug.push_back({p->iModule, p->iLevel, p->iDebugFlag, p->iSysErr,
+                                              p->pcFile ? p->pcFile : "", p->iLine, p->pcMessage});
             },
             [](const VW_LANGUAGE_LOG_S *p) {
-                std::lock_guard<std::mutex> lock(Mutex());
-                Active()->m_language.push_back({p->iLogNo, p->iModule, p->pcEnglish, p->pcChinese});
+                std::lock_guard<std::mutex> lock(s_mutex);
+                s_pActive->m_language.push_back(
+                    {p->iLogNo, p->iModule, p->pcEnglish, p->pcChinese});
             });
     }
     ~LogCapture() {  // no sink call is made after it returns
         VW_SetLogSinks(nullptr, nullptr);
-        std::lock_guard<std::mutex> lock(Mutex());
-        Active() = nullptr;
+        std::lock_guard<std::mutex> lock(s_mutex);
+        s_pActive = nullptr;
     }
     LogCapture(const LogCapture &) = delete;
     LogCapture &operator=(const LogCapture &) = delete;
 
     // Copies of what was captured so far, in call order.
     std::vector<DebugLogEntry> DebugEntries() const {
-        std::lock_guard<std::mutex> lock(Mutex());
+        std::lock_guard<std::mutex> lock(s_mutex);
         return m_debug;
     }
     std::vector<LanguageLogEntry> LanguageEntries() const {
-        std::lock_guard<std::mutex> lock(Mutex());
+        std::lock_guard<std::mutex> lock(s_mutex);
         return m_language;
     }
     void Clear() {
-        std::lock_guard<std::mutex> lock(Mutex());
+        std::lock_guard<std::mutex> lock(s_mutex);
         m_debug.clear(), m_language.clear();
     }
 
   private:
-    static std::mutex &Mutex() {  // guards Active() and the entries of the active capture
-        static std::mutex mutex;
-        return mutex;
-    }
-    static LogCapture *&Active() {
-        static LogCapture *pActive = nullptr;
-        return pActive;
-    }
+    static inline std::mutex s_mutex;  // guards s_pActive and the entries of the active capture
+    static inline LogCapture *s_pActive = nullptr;
     std::vector<DebugLogEntry> m_debug;
     std::vector<LanguageLogEntry> m_language;
 };
@@ -112,8 +107,7 @@ struct LogLine {
 };
 
 // printf into a string, for expected messages that carry pointers or numbers.
-inline std::string Printf(const char *pcFormat, ...) __attribute__((format(printf, 1, 2)));
-inline std::string Printf(const char *pcFormat, ...) {
+__attribute__((format(printf, 1, 2))) inline std::string Printf(const char *pcFormat, ...) {
     char text[1024];
     va_list args;
     va_start(args, pcFormat);
@@ -140,12 +134,6 @@ inline std::vector<LogLine> BusinessLines(const LogCapture &capture) {
         lines.push_back({entry.level, source, entry.message});
     }
     return lines;
-}
-
-// The operation-log event the module writes for one request: the same pair, logs 2 then 1.
-inline std::vector<LanguageLogEntry> EventTwice(const std::string &english,
-                                                const std::string &chinese) {
-    return {{2, 4, english, chinese}, {1, 4, english, chinese}};
 }
 
 #endif

@@ -16,7 +16,6 @@
 struct CapturingBuffer {
     tagHTTP_BUF_S stBuf{};
     std::string text;
-    unsigned int uiLength = 0;
     int iCalls = 0;
     int iAnswer = 0;
 
@@ -31,7 +30,6 @@ struct CapturingBuffer {
     static int Copy(tagHTTP_BUF_S *pstBuf, const char *pcData, unsigned int uiLen) {
         auto *self = static_cast<CapturingBuffer *>(pstBuf->pvHostSink);
         self->text.assign(pcData, uiLen);
-        self->uiLength = uiLen;
         ++self->iCalls;
         return self->iAnswer;
     }
@@ -62,8 +60,6 @@ struct StageRequest {
         free(stCtInt.pRunOut);
         UnixSocketClose(&stSocket);
     }
-    StageRequest(const StageRequest &) = delete;
-    StageRequest &operator=(const StageRequest &) = delete;
 
     tagHTTP_BUF_S *Body(const std::string &text) {
         body = text;
