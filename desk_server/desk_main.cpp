@@ -5,6 +5,7 @@
 // root, it serves the files there at every other path with CivetWeb's own file serving.
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -52,8 +53,6 @@ std::vector<std::string> HttpSettings(const Options &stOpt) {
         vecConfig.insert(vecConfig.end(), {"additional_header",
                                            "Access-Control-Allow-Origin: " + stOpt.strCorsOrigin});
     }
-    // For benchmarks: CivetWeb's file serving writes its Date header with gmtime(), so two files
-    // served at the same moment may garble it.
     if (!stOpt.strDocumentRoot.empty()) {
         vecConfig.insert(vecConfig.end(), {"document_root", stOpt.strDocumentRoot,
                                            "enable_directory_listing", "no"});
@@ -62,6 +61,15 @@ std::vector<std::string> HttpSettings(const Options &stOpt) {
 }
 
 }  // namespace
+
+// CivetWeb dates what it answers itself (files, its errors, digest challenges) with gmtime(),
+// whose result libc keeps in one buffer for the whole process, so two workers would overwrite
+// each other's. Defined in the program, this gmtime is the one the libraries it loads call: each
+// thread gets a buffer of its own.
+extern "C" struct tm *gmtime(const time_t *pTime) {
+    thread_local struct tm t_stTime;
+    return gmtime_r(pTime, &t_stTime);
+}
 
 int main(int argc, char **argv) {
     Options stOpt;

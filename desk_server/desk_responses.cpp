@@ -4,7 +4,6 @@
 
 #include <cstring>
 #include <ctime>
-#include <mutex>
 #include <new>
 
 #include "talapi_common.h"
@@ -31,8 +30,7 @@ void StartResponse(mg_connection *pstConn, int iStatus, const ResponseHeaders &s
     }
 }
 
-// CivetWeb writes the Date header with gmtime(), whose result is shared by all threads, unless
-// the response has one: it is written here with gmtime_r.
+// CivetWeb writes the Date header unless the response has one: it is written here.
 void EndHeaders(mg_connection *pstConn) {
     const time_t now = time(nullptr);
     tm stNow{};
@@ -77,9 +75,6 @@ int SendEnvelope(mg_connection *pstConn, tagHTTP_HEADER_S *pstHeader, int iStatu
 }
 
 int SendDigestChallenge(mg_connection *pstConn, const char *pcRealm) {
-    // CivetWeb dates this answer itself, with gmtime(): one challenge at a time.
-    static std::mutex s_challengeLock;
-    std::lock_guard<std::mutex> lock(s_challengeLock);
     mg_send_digest_access_authentication_request(pstConn, pcRealm);
     return 401;
 }
