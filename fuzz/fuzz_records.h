@@ -50,12 +50,6 @@ struct TEST_ALL_S {
     TEST_ITEM_S astItem[kTestCapacity];
 };
 
-// A record that holds TEST_ALL_S, to see a failing nested record become null.
-struct TEST_OUTER_S {
-    TEST_ALL_S stInner;
-    int iAfter;
-};
-
 template <>
 struct jsonSchema<TEST_POINT_S> {
     static constexpr auto members() {
@@ -95,14 +89,6 @@ struct jsonSchema<TEST_ALL_S> {
     }
 };
 
-template <>
-struct jsonSchema<TEST_OUTER_S> {
-    static constexpr auto members() {
-        return std::make_tuple(member(&TEST_OUTER_S::stInner, "inner"),
-                               member(&TEST_OUTER_S::iAfter, "after"));
-    }
-};
-
 // Zero-filled records (padding included) so that whole records compare with memcmp.
 template <typename T>
 T ZeroRecord() {
@@ -116,23 +102,10 @@ bool SameBytes(const T &left, const T &right) {
     return memcmp(&left, &right, sizeof(T)) == 0;
 }
 
-// The record's JSON text, or "<null>" when it does not encode.
-template <typename T>
-std::string EncodeToString(const T &record) {
-    std::unique_ptr<char, decltype(&free)> text(json_encode(record), &free);
-    return text ? std::string(text.get()) : std::string("<null>");
-}
-
 // An owned parse tree.
 using JsonTree = std::unique_ptr<json_object, decltype(&cJSON_Delete)>;
 inline JsonTree Parse(const std::string &text) {
     return JsonTree(cJSON_Parse(text.c_str()), &cJSON_Delete);
-}
-
-// The JSON text of one value, compact, for comparisons.
-inline std::string Compact(json_object *value) {
-    return value == nullptr ? "<absent>"
-                            : json_object_to_json_string_ext(value, JSON_C_TO_STRING_PLAIN);
 }
 
 #endif

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
 # Builds everything, then runs the backend simulator in the background and the desk access
-# server in the foreground (Ctrl-C stops both), the console at its root. PORT (default 8080) and TALAPI_SOCKET_ROOT
-# (default: none, the daemon socket is /tmp/A) can be set in the environment.
+# server, with the console at its root, in the foreground (Ctrl-C stops both). PORT (default
+# 8080) and TALAPI_SOCKET_ROOT (default: none, the daemon socket is /tmp/A) can be set in the
+# environment.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

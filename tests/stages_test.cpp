@@ -24,6 +24,13 @@ FakeHandler Serving(int iRead, int iWrite, bool bClose) {
     };
 }
 
+// A backend that answers every read with record, and every write with success.
+FakeHandler Storing(const Bytes &record) {
+    return [record](const FakeRequest &request) {
+        return FakeReply{0, 0, request.body.size() == VW_CMD_BODY_SIZE ? record : Bytes()};
+    };
+}
+
 std::string Envelope(const char *pcUrl, int iCode, const char *pcWord) {
     return Printf(
         "{\n  \"ResponseStatus\": {\n    \"RequestURL\": \"%s\",\n    \"StatusCode\": "
@@ -267,9 +274,7 @@ struct MergeRow {
 template <typename T>
 void ExpectMerges(FakeDaemon &daemon, const Resource &r, const char *pcQuery,
                   const std::vector<MergeRow<T>> &rows, const Bytes &stored) {
-    daemon.SetHandler([stored](const FakeRequest &request) {  // reads: stored
-        return FakeReply{0, 0, request.body.size() == VW_CMD_BODY_SIZE ? stored : Bytes()};
-    });
+    daemon.SetHandler(Storing(stored));
     for (const MergeRow<T> &row : rows) {
         std::size_t uBefore = daemon.RequestCount();
         HostRequest q(r, pcQuery, row.body);
@@ -362,9 +367,7 @@ TEST_F(StagesTest, APutWritesTheRecordItReadChangedByItsBody) {
     // Answered with all 37 items and written back as answered, a record is written byte for
     // byte; answered with none it has no item arrays, with 38 no items at all.
     const auto answer = [this](unsigned int uiItems) {
-        daemon.SetHandler([record = DaemonRecord<Osd>(uiItems)](const FakeRequest &q) {
-            return FakeReply{0, 0, q.body.size() == VW_CMD_BODY_SIZE ? record : Bytes()};
-        });
+        daemon.SetHandler(Storing(DaemonRecord<Osd>(uiItems)));
         return HostRequest(kGetFrameOsd, kTrafficDome).Perform();
     };
     HostRequest put(kPutFrameOsd, kTrafficDome, answer(37));

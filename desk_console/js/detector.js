@@ -1,6 +1,5 @@
 // Video vehicle detector: the switch and the region, drawn over a 1920x1080 frame.
-import { request } from "./api.js";
-import { $, intOf, makeLoader, onEdit, once, saveChanges } from "./ui.js";
+import { $, intOf, onEdit, recordView } from "./ui.js";
 
 const PATH = "/api/v1/itgt/video-vehicle-detector";
 const W = 1920;
@@ -36,13 +35,7 @@ function show({ data, etag }, query) {
     $("detector-enable").checked = data.enable !== 0;
     fillInputs();
     drawRect();
-    $("detector-save").disabled = false;
 }
-
-const load = makeLoader(section, async () => {
-    const query = { ChannelId: $("detector-channel").value };
-    return [await request("GET", PATH, { query }), query];
-}, ([result, query]) => show(result, query));
 
 // The region as it starts a drag: fitted into the frame.
 function fitted(r) {
@@ -110,11 +103,7 @@ onEdit($("detector-enable"), (event) => {
     }
 });
 
-$("detector-load").addEventListener("click", () => load());
-$("detector-save").addEventListener("click", () => {
-    if (state) {
-        saveChanges({ path: PATH, ...state, reload: load });
-    }
+export const activate = recordView({
+    section, path: PATH, query: () => ({ ChannelId: $("detector-channel").value }), show,
+    loadButton: $("detector-load"), saveButton: $("detector-save"), current: () => state,
 });
-
-export const activate = once(() => load());

@@ -1,6 +1,5 @@
 // Frame OSD: the item list, the style, the texts, and a live preview.
-import { request } from "./api.js";
-import { $, intOf, labelOf, makeLoader, onEdit, once, saveChanges } from "./ui.js";
+import { $, intOf, labelOf, onEdit, once, recordView } from "./ui.js";
 import { ITEM_KEYS, TEXT_MEMBERS, drawPreview } from "./preview.js";
 
 const PATH = "/api/v1/itgt/frame-osd";
@@ -103,17 +102,7 @@ function show({ data, etag }, query) {
         list.replaceChildren();
         draw();
     }
-    $("osd-save").disabled = false;
 }
-
-const load = makeLoader(section, async () => {
-    const query = {
-        ChannelId: $("osd-channel").value,
-        OverlayPicType: $("osd-pictype").value,
-        BusinessType: $("osd-business").value,
-    };
-    return [await request("GET", PATH, { query }), query];
-}, ([result, query]) => show(result, query));
 
 // Rewrites the four item arrays through `edit` (which gets one list per array) and the count.
 function editItems(edit) {
@@ -195,12 +184,6 @@ $("osd-add").addEventListener("click", () => {
     }
 });
 
-$("osd-load").addEventListener("click", () => load());
-$("osd-save").addEventListener("click", () => {
-    if (state) {
-        saveChanges({ path: PATH, ...state, reload: load });
-    }
-});
 
 // The time item ticks while the view is on screen.
 setInterval(() => {
@@ -209,7 +192,17 @@ setInterval(() => {
     }
 }, 1000);
 
+const activateView = recordView({
+    section, path: PATH, show, loadButton: $("osd-load"), saveButton: $("osd-save"),
+    query: () => ({
+        ChannelId: $("osd-channel").value,
+        OverlayPicType: $("osd-pictype").value,
+        BusinessType: $("osd-business").value,
+    }),
+    current: () => state,
+});
+
 export const activate = once(() => {
     draw();
-    load();
+    activateView();
 });

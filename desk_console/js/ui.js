@@ -65,7 +65,7 @@ export function makeLoader(section, fetchData, show) {
 
 // PUTs the members of `edited` that differ from `original`, guarded by the GET's ETag, then
 // reloads. A 412 (someone else changed the record) reloads too, keeping its message.
-export async function saveChanges({ path, query, etag, original, edited, reload }) {
+async function saveChanges({ path, query, etag, original, edited, reload }) {
     const body = changes(original, edited);
     if (!Object.keys(body).length) {
         showOk("Nothing changed");
@@ -81,6 +81,27 @@ export async function saveChanges({ path, query, etag, original, edited, reload 
         }
     }
     await reload(true);
+}
+
+// The wiring of a view of one record: a GET with query() when the view is first shown and on
+// Load, its answer and query handed to show; Save puts what changed in current() (the state
+// {query, etag, original, edited}) and reloads. Returns the view's activate.
+export function recordView({ section, path, query, show, loadButton, saveButton, current }) {
+    const load = makeLoader(section, async () => {
+        const q = query();
+        return [await request("GET", path, { query: q }), q];
+    }, ([result, q]) => {
+        show(result, q);
+        saveButton.disabled = false;
+    });
+    loadButton.addEventListener("click", () => load());
+    saveButton.addEventListener("click", () => {
+        const state = current();
+        if (state) {
+            saveChanges({ path, ...state, reload: load });
+        }
+    });
+    return once(() => load());
 }
 
 // fn, run on the first call only (a view loads itself when first shown).
